@@ -1,0 +1,7 @@
+#pragma once
+
+namespace qk {
+
+void OutputHelp();
+
+}  // namespace qk

@@ -1,0 +1,7 @@
+#include "app/profile_mode.h"
+
+namespace qk {
+
+int g_appProfileMode = kSystemFile;
+
+}  // namespace qk

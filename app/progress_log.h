@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+
+namespace qk {
+
+constexpr const char* kLogFileName = "quillard.log";
+constexpr std::size_t kLogBufferUnits = 16384;
+constexpr std::size_t kLogFormatBound = 4096;
+constexpr std::size_t kLogFileNameUnits = 256;
+
+// Logging switch: off at start, -nl clears it, -l sets it.
+extern int g_bCreateLog;
+// The -l name, widened; where the finished log is copied. Empty means no copy.
+extern wchar_t g_strLogFile[kLogFileNameUnits];
+// Shared message buffer: callers format into it, then hand it to ProgressLog.
+extern wchar_t g_strLog[kLogBufferUnits];
+
+// Appends text to quillard.log (mode 1 starts a new log). Does nothing while
+// logging is off; the text is on disk when the call returns.
+void ProgressLog(const wchar_t* text, int mode);
+
+// Formats into g_strLog with the usual 4096-character bound and logs it (mode 0).
+// Skips the formatting altogether while logging is off.
+void LogFormat(const wchar_t* format, ...);
+// The same with the buffer's full size as the bound.
+void LogFormatLong(const wchar_t* format, ...);
+
+void SetCreateLog(int on);
+// Stores the -l name; returns false when it does not fit.
+bool SetLogFile(const wchar_t* name);
+
+// Copies quillard.log to name with cp, without a shell, and waits for it.
+void CopyLogTo(const char* name);
+
+// Closes the log file and clears the log state (used between runs in tests).
+void ResetProgressLog();
+
+}  // namespace qk

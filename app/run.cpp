@@ -1,0 +1,300 @@
+#include "app/run.h"
+
+#include <cstring>
+#include <cwchar>
+#include <new>
+
+#include "app/command_line.h"
+#include "app/fatal_exit.h"
+#include "app/help_text.h"
+#include "app/profile_mode.h"
+#include "app/progress_log.h"
+#include "app/tracked_memory.h"
+#include "blob/blob_file.h"
+#include "blob/compact_builder.h"
+#include "blob/version_string.h"
+#include "bridge/display_control.h"
+#include "inspect/blob_dump.h"
+#include "inspect/reverse_xml.h"
+#include "text/bounded_string.h"
+#include "text/wide_string.h"
+#include "xmlinput/consistency.h"
+#include "xmlinput/customisation.h"
+#include "xmlinput/file_reader.h"
+#include "xmlinput/xml_discovery.h"
+
+namespace qk {
+
+namespace {
+
+constexpr std::size_t kNameBytes = 256;
+
+class Run {
+  public:
+    Run(int argc, char** argv) : argc_(argc), argv_(argv) {}
+
+    int Execute();
+
+  private:
+    int Find(const wchar_t* option, int first = 0) const {
+        return GetCommandlineArgv(option, argc_, argv_, first);
+    }
+    // The argument after an option, or null when the option is the last one.
+    const char* ValueAfter(int index) const {
+        return index + 1 < argc_ ? argv_[index + 1] : nullptr;
+    }
+
+    [[noreturn]] static void RefuseValue(const char* option) {
+        LogFormat(L"ERROR, invalid value for option %s\n", option);
+        ExitFree();
+    }
+    // Copies a narrow option value into a 256-byte buffer, refusing what does not fit.
+    static void CopyName(char* buffer, const char* value, const char* option) {
+        if (apStrCpy(buffer, value, kNameBytes) == nullptr) {
+            RefuseValue(option);
+        }
+    }
+
+    void ExamineLogOption();
+    void ExamineBlobOption();
+    void ExamineReleaseOption();
+    void ReadSingleFiles();
+    void ReadDirectories();
+    void LogAllocationCount() const { LogFormat(L"g_iMalloced = %d\n", g_iMalloced); }
+
+    int argc_;
+    char** argv_;
+    char inputName_[kNameBytes] = {};
+    char blobName_[kNameBytes] = {};
+    int work_ = 0;
+    int reverse_ = 0;
+    int dump_ = 0;
+    int placeholders_ = 0;
+    int database_ = kSystemFile;
+    int inputLoaded_ = 0;
+    int fileStatus_ = 0;
+};
+
+void Run::ExamineLogOption() {
+    const int index = Find(L"-l");
+    if (index < 0) {
+        return;
+    }
+    const char* value = ValueAfter(index);
+    if (value == nullptr) {
+        ProgressLog(L"ERROR, Log file name not specified.", 0);
+        ExitFree();
+    }
+    const wchar_t* wide = MakeWc(value);
+    if (wide == nullptr || !SetLogFile(wide)) {
+        RefuseValue("-l");
+    }
+    SetCreateLog(1);
+    ProgressLog(L"Launching Quillkit, Log progress selected...\n", 1);
+}
+
+void Run::ExamineBlobOption() {
+    const int index = Find(L"-b");
+    if (index < 0) {
+        return;
+    }
+    const char* value = ValueAfter(index);
+    if (value == nullptr) {
+        ProgressLog(L"ERROR, binary file name not specified.", 0);
+        ExitFree();
+    }
+    CopyName(blobName_, value, "-b");
+}
+
+void Run::ExamineReleaseOption() {
+    const int index = Find(L"-c");
+    if (index < 0) {
+        return;
+    }
+    const char* value = ValueAfter(index);
+    if (value == nullptr) {
+        SetReleaseText(nullptr);
+        ProgressLog(L"ERROR, release string not specified.", 0);
+        return;
+    }
+    const wchar_t* wide = MakeWc(value);
+    if (wide == nullptr || !SetReleaseText(wide)) {
+        RefuseValue("-c");
+    }
+    LogFormat(L"Release string specified: - %ls\n", g_strRelease);
+}
+
+void Run::ReadSingleFiles() {
+    int index = Find(L"-s");
+    if (index < 0) {
+        return;
+    }
+    fileStatus_ = -1;
+    while (index >= 0) {
+        const char* value = ValueAfter(index);
+        if (value == nullptr) {
+            ProgressLog(L"ERROR, single file name not specified.", 0);
+            ExitFree();
+        }
+        CopyName(inputName_, value, "-s");
+        if (reverse_ != 0) {
+            fileStatus_ = ReverseToXml(database_, placeholders_, inputName_);
+        } else {
+            fileStatus_ = ReadOneFile(inputName_);
+            if (fileStatus_ != 0) {
+                LogFormat(L"ERROR, single file XML read error: - %s\n", inputName_);
+                break;
+            }
+            inputLoaded_ = 1;
+        }
+        work_ = 1;
+        // The next lookup starts at the value just used, so "-s -s b.xml" reads
+        // "-s" and then b.xml.
+        index = Find(L"-s", index + 1);
+    }
+    if (fileStatus_ != 0) {
+        ExitFree();
+    }
+}
+
+void Run::ReadDirectories() {
+    if (reverse_ != 0) {
+        return;
+    }
+    int index = Find(L"-p");
+    while (index >= 0) {
+        const char* value = ValueAfter(index);
+        if (value == nullptr) {
+            ProgressLog(L"ERROR, Path not specified.", 0);
+            ExitFree();
+        }
+        CopyName(inputName_, value, "-p");
+        fileStatus_ = ReadAllXmls(inputName_, 1);
+        if (fileStatus_ != 0) {
+            LogFormat(L"ERROR, XML read error: - %s\n", inputName_);
+            break;
+        }
+        inputLoaded_ = 1;
+        work_ = 1;
+        index = Find(L"-p", index + 1);
+    }
+    if (fileStatus_ != 0) {
+        ExitFree();
+    }
+}
+
+int Run::Execute() {
+    ProgressLog(L"_UNICODE NOT defined.\n", 0);
+    ProgressLog(L"LAUNCHING Linux ...\n", 0);
+    g_appProfileMode = kSystemFile;
+    CreateCustomisations();
+    if (argc_ <= 1) {
+        return 0;
+    }
+
+    // Options are examined in this fixed order, whatever their order on the
+    // command line; the order decides precedence and early exits.
+    if (Find(L"-hiddenhelp") >= 0 || Find(L"/hiddenhelp") >= 0) {
+        OutputHelp();
+        return 0;
+    }
+    if (Find(L"-reload") >= 0) {
+        LogFormat(L"Launching reload.\n");
+        Call_ZEL_ApplicationProfiles_System_Reload();
+        return 0;
+    }
+    if (Find(L"-nl") >= 0) {
+        SetCreateLog(0);
+    }
+    if (Find(L"-k") >= 0) {
+        work_ = 1;
+    }
+    if (Find(L"-r") >= 0) {
+        reverse_ = 1;
+        work_ = 1;
+    }
+    Find(L"-utf8");
+    if (Find(L"-sys") >= 0) {
+        database_ = kSystemFile;
+        work_ = 1;
+    }
+    if (Find(L"-oem") >= 0) {
+        database_ = kOemFile;
+        g_appProfileMode = kOemFile;
+        work_ = 1;
+    }
+    if (Find(L"-user") >= 0) {
+        database_ = kUserFile;
+        work_ = 1;
+    }
+    if (Find(L"-ph") >= 0) {
+        placeholders_ = 1;
+        work_ = 1;
+    }
+    if (Find(L"-u") >= 0) {
+        g_appProfileMode = kUserFile;
+    }
+    if (Find(L"-o") >= 0) {
+        dump_ = 1;
+        work_ = 1;
+    }
+    ExamineLogOption();
+    ExamineBlobOption();
+    if (Find(L"-v") >= 0) {
+        printVersionString();
+        return 0;
+    }
+    ExamineReleaseOption();
+
+    ReadSingleFiles();
+    ReadDirectories();
+    if (work_ == 0) {
+        return 0;
+    }
+
+    LogAllocationCount();
+    if (inputLoaded_ != 0) {
+        if (checkXML() != 0) {
+            ProgressLog(L"Terminating Execution...\n", 0);
+            FreeAll();
+            return 1;
+        }
+        CreateCompact();
+    }
+    LogAllocationCount();
+    if (inputLoaded_ != 0) {
+        WriteBinFile(blobName_);
+    }
+    LogAllocationCount();
+    if (dump_ != 0) {
+        if (inputLoaded_ == 0 && LoadBlobImage(blobName_) < 0) {
+            ExitFree();
+        }
+        PrintCompact();
+    }
+    LogAllocationCount();
+    FreeAll();
+    LogAllocationCount();
+    ProgressLog(L"Exiting Quillkit...\n", 0);
+    if (g_strLogFile[0] != L'\0') {
+        CopyLogTo(wctochar(g_strLogFile));
+    }
+    return 0;
+}
+
+}  // namespace
+
+int RunQuillard(int argc, char** argv) {
+    try {
+        return Run(argc, argv).Execute();
+    } catch (const FatalExit& exit) {
+        return exit.status;
+    } catch (const std::bad_alloc&) {
+        // A standard container ran out of memory: the same end as an exhausted heap.
+        ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
+        FreeAll();
+        return 0;
+    }
+}
+
+}  // namespace qk

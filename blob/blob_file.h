@@ -1,0 +1,18 @@
+#pragma once
+
+namespace qk {
+
+// Writes the built image to name ("quillard.blb" when shorter than 2
+// characters; the buffer then receives that name). Bytes written, 0 when the
+// file could not be written.
+int WriteBinFile(char* name);
+
+// Loads a blob file into a fresh zero-filled image that becomes the current
+// one. Returns the file's size, or -1 (after an ERROR line) when the file is
+// larger than an image can hold; an unreadable file leaves the image zero.
+long LoadBlobImage(const char* path);
+
+// -v: prints the version string stored in quillard.blb; returns 0.
+int printVersionString();
+
+}  // namespace qk

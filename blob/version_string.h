@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+
+namespace qk {
+
+constexpr std::size_t kVersionUnits = 256;
+constexpr std::size_t kReleaseBound = 64;  // the -c text: at most 63 characters
+
+// The -c release text and the composed version string of the run.
+extern wchar_t g_strRelease[kVersionUnits];
+extern wchar_t g_strVersion[kVersionUnits];
+
+// -c: clears both buffers, then stores the release text (null leaves it empty).
+// False when the text does not fit.
+bool SetReleaseText(const wchar_t* release);
+
+// Copies the run's version string (release, local time) into output; 0 on success.
+int GetVersionString(wchar_t* output);
+
+}  // namespace qk

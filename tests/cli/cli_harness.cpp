@@ -1,0 +1,137 @@
+#include "tests/cli/cli_harness.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+extern char** environ;
+
+namespace qk::cli {
+
+ScratchDir::ScratchDir() {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "quillard-test-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("cannot create a scratch directory");
+    }
+    path_ = pattern;
+}
+
+ScratchDir::~ScratchDir() {
+    std::error_code ignored;
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, ignored);
+    std::filesystem::remove_all(path_, ignored);
+}
+
+namespace {
+
+std::string Slurp(int fd) {
+    std::string text;
+    char chunk[65536];
+    ssize_t got;
+    while ((got = read(fd, chunk, sizeof chunk)) > 0) {
+        text.append(chunk, static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+}  // namespace
+
+RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                      const std::map<std::string, std::string>& env) {
+    // Output goes to files, not pipes, so a chatty run can never block on a full pipe.
+    ScratchDir capture;
+    const std::string outName = (capture / "stdout").string();
+    const std::string errName = (capture / "stderr").string();
+
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        std::string item(*entry);
+        std::string key = item.substr(0, item.find('='));
+        if (env.find(key) == env.end()) {
+            environment.push_back(item);
+        }
+    }
+    for (const auto& [key, value] : env) {
+        if (!value.empty()) {
+            environment.push_back(key + "=" + value);
+        }
+    }
+    std::vector<char*> envp;
+    for (auto& item : environment) {
+        envp.push_back(item.data());
+    }
+    envp.push_back(nullptr);
+
+    std::string program = QUILLARD_PATH;
+    std::vector<std::string> argStorage{program};
+    argStorage.insert(argStorage.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& item : argStorage) {
+        argv.push_back(item.data());
+    }
+    argv.push_back(nullptr);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, outName.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addopen(&actions, 2, errName.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addchdir_np(&actions, dir.c_str());
+
+    RunResult result;
+    pid_t pid = 0;
+    int rc = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) {
+        throw std::runtime_error("cannot start " + program);
+    }
+    int wstatus = 0;
+    while (waitpid(pid, &wstatus, 0) < 0) {
+    }
+    if (WIFEXITED(wstatus)) {
+        result.status = WEXITSTATUS(wstatus);
+    }
+    int outFd = open(outName.c_str(), O_RDONLY);
+    int errFd = open(errName.c_str(), O_RDONLY);
+    result.out = Slurp(outFd);
+    result.err = Slurp(errFd);
+    close(outFd);
+    close(errFd);
+    return result;
+}
+
+std::string ReadFile(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+void WriteFile(const std::filesystem::path& file, const std::string& content) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+std::filesystem::path TestData(const std::string& name) {
+    return std::filesystem::path(TEST_DATA_DIR) / name;
+}
+
+std::filesystem::path Example(const std::string& name) {
+    return std::filesystem::path(EXAMPLES_DIR) / name;
+}
+
+std::filesystem::path BuildDir() {
+    return std::filesystem::path(BUILD_DIR);
+}
+
+}  // namespace qk::cli

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qk::cli {
+
+struct RunResult {
+    int status = -1;  // exit status, or -1 when the tool did not exit normally
+    std::string out;
+    std::string err;
+};
+
+// A fresh scratch directory, removed with its content at the end of the test.
+class ScratchDir {
+  public:
+    ScratchDir();
+    ~ScratchDir();
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+// Runs the built quillard with args in dir, without a shell. env entries are set
+// (an empty value unsets the variable) on top of the test's own environment.
+RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                      const std::map<std::string, std::string>& env = {});
+
+std::string ReadFile(const std::filesystem::path& file);
+void WriteFile(const std::filesystem::path& file, const std::string& content);
+std::filesystem::path TestData(const std::string& name);
+std::filesystem::path Example(const std::string& name);
+std::filesystem::path BuildDir();
+
+}  // namespace qk::cli

@@ -1,0 +1,128 @@
+#include "text/wide_string.h"
+
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
+#include <string_view>
+
+#include "app/progress_log.h"
+#include "app/tracked_memory.h"
+
+namespace qk {
+
+namespace {
+
+constexpr std::size_t kMaxUtf16Units = 8192;
+
+// Decodes one UTF-8 sequence strictly (no overlong forms, no surrogates, nothing
+// beyond U+10FFFF). Returns the code point and advances, or -1.
+long DecodeUtf8(std::string_view text, std::size_t& at) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    if (lead < 0x80) {
+        ++at;
+        return lead;
+    }
+    int extra = 0;
+    long point = 0;
+    long minimum = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        extra = 1;
+        point = lead & 0x1F;
+        minimum = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        extra = 2;
+        point = lead & 0x0F;
+        minimum = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        extra = 3;
+        point = lead & 0x07;
+        minimum = 0x10000;
+    } else {
+        return -1;
+    }
+    if (text.size() - at <= static_cast<std::size_t>(extra)) {
+        return -1;
+    }
+    for (int i = 1; i <= extra; ++i) {
+        const auto next = static_cast<unsigned char>(text[at + static_cast<std::size_t>(i)]);
+        if ((next & 0xC0) != 0x80) {
+            return -1;
+        }
+        point = (point << 6) | (next & 0x3F);
+    }
+    if (point < minimum || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) {
+        return -1;
+    }
+    at += static_cast<std::size_t>(extra) + 1;
+    return point;
+}
+
+}  // namespace
+
+wchar_t* chartowc(const char* text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::string_view input(text);
+    // One wide unit per UTF-16 unit, and never more units than input bytes.
+    wchar_t converted[kMaxUtf16Units];
+    std::size_t units = 0;
+    std::size_t at = 0;
+    while (at < input.size()) {
+        const long point = DecodeUtf8(input, at);
+        if (point < 0) {
+            return nullptr;
+        }
+        const std::size_t needed = point > 0xFFFF ? 2 : 1;
+        if (units + needed > kMaxUtf16Units) {
+            return nullptr;
+        }
+        if (point > 0xFFFF) {
+            const long offset = point - 0x10000;
+            converted[units++] = static_cast<wchar_t>(0xD800 + (offset >> 10));
+            converted[units++] = static_cast<wchar_t>(0xDC00 + (offset & 0x3FF));
+        } else {
+            converted[units++] = static_cast<wchar_t>(point);
+        }
+    }
+    auto* wide = static_cast<wchar_t*>(
+        Allocate(static_cast<std::uint32_t>((input.size() + 1) * sizeof(wchar_t))));
+    std::wmemcpy(wide, converted, units);
+    return wide;
+}
+
+wchar_t* MakeWc(const char* text) {
+    return chartowc(text);
+}
+
+char* wctochar(const wchar_t* text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::size_t length = std::wcslen(text);
+    auto* narrow = static_cast<char*>(Allocate(static_cast<std::uint32_t>(length + 1)));
+    std::size_t out = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+        // The tool keeps the default locale, where only the 7-bit set converts.
+        if (static_cast<std::uint32_t>(text[i]) < 0x80) {
+            narrow[out++] = static_cast<char>(text[i]);
+        } else {
+            const wchar_t character[2] = {text[i], L'\0'};
+            LogFormat(L"ERROR, wctochar:- unable to convert to regular char - %ls\n", character);
+        }
+    }
+    return narrow;
+}
+
+wchar_t* TrackedCopy(const wchar_t* text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::size_t length = std::wcslen(text);
+    auto* copy =
+        static_cast<wchar_t*>(Allocate(static_cast<std::uint32_t>((length + 1) * sizeof(wchar_t))));
+    std::wmemcpy(copy, text, length);
+    return copy;
+}
+
+}  // namespace qk

@@ -1,0 +1,19 @@
+#pragma once
+
+namespace qk {
+
+// UTF-8 to wide text: a new tracked string, one wide unit per UTF-16 unit (so a
+// character beyond U+FFFF gives its two surrogates). Null for a null argument,
+// invalid or incomplete UTF-8, or more than 8192 UTF-16 units.
+wchar_t* chartowc(const char* text);
+wchar_t* MakeWc(const char* text);
+
+// Wide to narrow text: a new tracked string holding the 7-bit characters;
+// every other character is logged as an error and left out. Null for null.
+char* wctochar(const wchar_t* text);
+
+// A tracked private copy of exactly the text's length plus the terminator;
+// null for null.
+wchar_t* TrackedCopy(const wchar_t* text);
+
+}  // namespace qk

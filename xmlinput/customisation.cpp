@@ -1,0 +1,14 @@
+#include "xmlinput/customisation.h"
+
+#include "app/tracked_memory.h"
+
+namespace qk {
+
+Customisations* g_lpCustomisations = nullptr;
+
+Customisations* CreateCustomisations() {
+    g_lpCustomisations = AllocateRecord<Customisations>();
+    return g_lpCustomisations;
+}
+
+}  // namespace qk
