@@ -1,0 +1,280 @@
+#include "xmlinput/xml_discovery.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "app/profile_mode.h"
+#include "blob/string_table.h"
+#include "blob/version_string.h"
+#include "tests/support/logged_test.h"
+#include "xmlinput/consistency.h"
+#include "xmlinput/customisation.h"
+#include "xmlinput/file_reader.h"
+
+namespace qk {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+const std::string kProperties =
+    "<properties><area Name=\"Heron\" Privacy=\"Defined\">\n"
+    "<property Type=\"Dword\">Depth</property></area></properties>\n";
+const std::string kProfiles =
+    "<profiles><profile Area=\"Heron\" Usage=\"Calm\" Notes=\"\">\n"
+    "<value Property=\"Depth\">0x2</value></profile></profiles>\n";
+const std::string kApplications =
+    "<applications><application Title=\"Sail\" File=\"sail.bin\" Path=\"\" Version=\"\">\n"
+    "<use Area=\"Heron\">Calm</use></application></applications>\n";
+
+std::string Document(const std::string& body, const std::string& header = "Format=\"1\"") {
+    return kDeclaration + "<customisations " + header + ">\n" + body + "</customisations>\n";
+}
+
+// A system file whose one area is named area.
+std::string SystemFile(const std::string& area) {
+    return Document("<properties><area Name=\"" + area + "\" Privacy=\"Defined\">\n" +
+                    "<property Type=\"Dword\">Depth</property></area></properties>\n");
+}
+
+void Write(const fs::path& file, const std::string& text) {
+    if (file.has_parent_path()) {
+        fs::create_directories(file.parent_path());
+    }
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+class XmlDiscoveryTest : public unit::LoggedTest {
+  protected:
+    void SetUp() override {
+        unit::LoggedTest::SetUp();
+        ResetStringTable();
+        ResetVersionString();
+        ResetFileReader();
+        ResetConsistency();
+        g_appProfileMode = kSystemFile;
+        root_ = CreateCustomisations();
+    }
+    void TearDown() override {
+        g_appProfileMode = kSystemFile;
+        ResetFileReader();
+        ResetStringTable();
+        unit::LoggedTest::TearDown();
+    }
+    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
+    // The list of a scan and its count; "-1" for the list when the scan fails.
+    static std::pair<std::string, int> Scan(const char* directory) {
+        char* list = nullptr;
+        int count = 0;
+        const int result = FindXmlFiles(directory, list, count);
+        return {result != 0 ? "-1" : list != nullptr ? list : "(null)", count};
+    }
+    std::wstring AreaNames() const {
+        std::wstring names;
+        for (const Area* area = root_->lpAreas; area != nullptr; area = area->lpNext) {
+            names += std::wstring(area->lpDriver->strName) + L";";
+        }
+        return names;
+    }
+
+    Customisations* root_ = nullptr;
+};
+
+TEST_F(XmlDiscoveryTest, ScansFindXmlFilesInByteOrder) {
+    struct Case {
+        const char* what;
+        std::vector<const char*> files;
+        const char* directory;
+        const char* list;
+        int count;
+    };
+    const Case cases[] = {
+        {"extension in any case, only at the end",
+         {"a.XML", "b.Xml", "c.xml.bak", ".xml", "xml", "d.xmL", "e.txt", "fxml", "g.xm"},
+         "d",
+         "d/.xml;d/a.XML;d/b.Xml;d/d.xmL;",
+         4},
+        {"sub-directories stand where they sort",
+         {"b.xml", "a/z.xml", "a/deeper/y.xml", "C.xml", "c/notes.txt"},
+         "d",
+         "d/C.xml;d/a/deeper/y.xml;d/a/z.xml;d/b.xml;",
+         4},
+        {"only in a sub-directory", {"empty/", "inner/only.xml"}, "d", "d/inner/only.xml;", 1},
+        {"trailing slash kept", {"a.xml"}, "d/", "d//a.xml;", 1},
+        {"empty directory", {}, "d", "-1", 0},
+        {"empty sub-directory", {"inner/"}, "d", "-1", 0},
+        {"no XML file", {"a.txt"}, "d", "-1", 0},
+        {"missing directory", {}, "absent", "-1", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        fs::remove_all("d");
+        fs::create_directories("d");
+        for (const char* file : c.files) {
+            if (std::string(file).ends_with("/")) {
+                fs::create_directories(fs::path("d") / file);
+            } else {
+                Write(fs::path("d") / file, "x");
+            }
+        }
+        EXPECT_EQ(Scan(c.directory), std::make_pair(std::string(c.list), c.count));
+    }
+    EXPECT_TRUE(
+        Logged("folder found:- d/a\nfolder found:- d/a/deeper\n"
+               "XML file found:- d/a/deeper/y.xml\nXML file found:- d/a/z.xml\n"));
+}
+
+TEST_F(XmlDiscoveryTest, SymbolicLinksAreSkipped) {
+    Write("d/real.xml", "x");
+    fs::create_symlink("real.xml", "d/link.xml");
+    fs::create_directory_symlink(".", "d/loop");
+    EXPECT_EQ(Scan("d"), std::make_pair(std::string("d/real.xml;"), 1));
+}
+
+TEST_F(XmlDiscoveryTest, NoXmlFileEndsTheReadWithMinusOne) {
+    fs::create_directories("d/inner");
+    EXPECT_EQ(ReadAllXmls("d", 1), -1);
+    EXPECT_EQ(Log(), "Searching for xml's in: - d\nfolder found:- d/inner\nNo XML file found.\n");
+}
+
+TEST_F(XmlDiscoveryTest, ExtractFileNameSplitsLikeStrtok) {
+    struct Case {
+        const char* list;
+        int index;
+        const char* name;  // null: -1 expected
+    };
+    const Case cases[] = {
+        {"d/a.xml;d/b.xml;", 1, "d/a.xml"},
+        {"d/a.xml;d/b.xml;", 2, "d/b.xml"},
+        {"d/a.xml;d/b.xml;", 3, nullptr},
+        {"d/a.xml;d/b.xml;", 0, nullptr},
+        {";;a;;;b", 2, "b"},
+        {"a", 1, "a"},
+        {";;;", 1, nullptr},
+        {"", 1, nullptr},
+        {nullptr, 1, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.list != nullptr ? c.list : "(null)") + " #" +
+                     std::to_string(c.index));
+        char* name = nullptr;
+        EXPECT_EQ(ExtractFileName(c.list, c.index, name), c.name != nullptr ? 0 : -1);
+        EXPECT_STREQ(name, c.name);
+    }
+    EXPECT_TRUE(Logged("ExtractFileName: - d/a.xml;d/b.xml;\n"));
+}
+
+TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
+    struct Case {
+        const char* what;
+        int kind;
+        int countProperties;
+        std::string xml;
+        int result;
+        const char* logged;
+    };
+    const std::string all = kProperties + kProfiles + kApplications;
+    const std::string noProperties = kProfiles + kApplications;
+    const Case cases[] = {
+        {"system file", kSystemFile, 1, Document(kProperties), 0, ""},
+        {"without declaration", kSystemFile, 1,
+         "<customisations Format=\"1\">\n" + all + "</customisations>\n", -1, ""},
+        {"comment before customisations", kSystemFile, 1,
+         kDeclaration + "<!-- by hand -->\n<customisations Format=\"1\">\n" + all +
+             "</customisations>\n",
+         -1, "ERROR, unknown node found: - !-- by hand --\n"},
+        {"Format 1.0", kSystemFile, 1, Document(all, "Format=\"1.0\""), -1, ""},
+        {"Format empty", kSystemFile, 1, Document(all, "Format=\"\""), -1, ""},
+        {"Format missing", kSystemFile, 1, Document(all, "Content=\"Set\""), -1, ""},
+        {"Format 12", kSystemFile, 1, Document(all, "Content=\"Set\" Format=\"12\""), 0, ""},
+        {"every unknown element, case-sensitive", kSystemFile, 1,
+         Document(all + "<Profile/><two><three/></two>\n"), -1,
+         "ERROR, unknown node found: - Profile\nERROR, unknown node found: - two\n"
+         "ERROR, unknown node found: - three\n"},
+        {"system without property", kSystemFile, 1, Document(noProperties), -1, ""},
+        {"system, properties not counted", kSystemFile, 0, Document(noProperties), 0, ""},
+        {"user without property", kUserFile, 1, Document(noProperties), -1, ""},
+        {"OEM without property", kOemFile, 1, Document(noProperties), 0, ""},
+        {"user with everything", kUserFile, 1, Document(all), 0, ""},
+        {"user with applications only", kUserFile, 1, Document(kApplications), 0, ""},
+        {"user, properties without profiles", kUserFile, 1, Document(kProperties + kApplications),
+         -1, ""},
+        {"user without applications", kUserFile, 1, Document(kProperties + kProfiles), -1, ""},
+        {"OEM without applications", kOemFile, 1, Document(kProfiles), -1, ""},
+        {"OEM, properties without profiles", kOemFile, 1, Document(kProperties + kApplications), -1,
+         ""},
+        // Not counting properties makes every file count as having some.
+        {"OEM, not counted, without profiles", kOemFile, 0, Document(kApplications), -1, ""},
+        {"user, not counted, without property", kUserFile, 0, Document(noProperties), 0, ""},
+        {"not well-formed", kSystemFile, 1, Document(all).substr(0, 120), -2,
+         "Invalid XML detected: check.xml\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        g_appProfileMode = c.kind;
+        Write("check.xml", c.xml);
+        ProgressLog(L"", 1);
+        EXPECT_EQ(ValidateXmlProfile("check.xml", c.countProperties), c.result);
+        EXPECT_EQ(Log(), c.logged);
+    }
+    EXPECT_EQ(ValidateXmlProfile("absent.xml", 1), -1);
+}
+
+TEST_F(XmlDiscoveryTest, ReadsEveryFileInSortedOrder) {
+    Write("d/b.xml", SystemFile("Bravo"));
+    Write("d/a.xml", SystemFile("Alpha"));
+    Write("d/sub/c.xml", SystemFile("Charlie"));
+    EXPECT_EQ(ReadAllXmls("d", 1), 0);
+    EXPECT_EQ(AreaNames(), L"Alpha;Bravo;Charlie;");
+    EXPECT_TRUE(
+        Logged("------------------ all xml's: - d/a.xml;d/b.xml;d/sub/c.xml;\n"
+               "ExtractFileName: - d/a.xml;d/b.xml;d/sub/c.xml;\nFile #1 - d/a.xml\n"));
+    EXPECT_TRUE(Logged("File #3 - d/sub/c.xml\n"));
+}
+
+TEST_F(XmlDiscoveryTest, SecondOfThreeFailingValidationStopsTheRead) {
+    Write("d/a.xml", SystemFile("Alpha"));
+    Write("d/b.xml", Document(kProperties, "Format=\"1.0\""));
+    Write("d/c.xml", SystemFile("Charlie"));
+    EXPECT_EQ(ReadAllXmls("d", 1), -2);
+    EXPECT_EQ(AreaNames(), L"Alpha;");
+    EXPECT_TRUE(Logged("File #2 - d/b.xml\nXML Invalid!!!\n"));
+    EXPECT_FALSE(Logged("File #3"));
+}
+
+TEST_F(XmlDiscoveryTest, FileTheReaderRejectsStopsTheRead) {
+    // Valid in shape, but the property name is longer than a value record holds.
+    Write("d/a.xml", Document("<properties><area Name=\"Heron\" Privacy=\"Defined\">\n"
+                              "<property Type=\"Dword\">ABCDEFGHIJKLMNOPQ</property></area>"
+                              "</properties>\n"));
+    Write("d/b.xml", SystemFile("Bravo"));
+    EXPECT_EQ(ReadAllXmls("d", 1), -2);
+    EXPECT_TRUE(Logged("ERROR, ReadAllXmls, XML file read: - d/a.xml\n"));
+    EXPECT_FALSE(Logged("File #2"));
+}
+
+TEST_F(XmlDiscoveryTest, NamesThatAreNotUtf8StillGiveWholeLines) {
+    Write("d/caf\xE9.xml", "x");
+    EXPECT_EQ(Scan("d").second, 1);
+    EXPECT_TRUE(Logged("XML file found:- d/caf\xEF\xBF\xBD.xml\n"));
+}
+
+TEST_F(XmlDiscoveryTest, NoFixedBoundOnTheNumberOfFiles) {
+    for (int i = 1000; i < 1300; ++i) {
+        Write("d/f" + std::to_string(i) + ".xml", "x");
+    }
+    char* list = nullptr;
+    int count = 0;
+    ASSERT_EQ(FindXmlFiles("d", list, count), 0);
+    EXPECT_EQ(count, 300);
+    char* name = nullptr;
+    ASSERT_EQ(ExtractFileName(list, 300, name), 0);
+    EXPECT_STREQ(name, "d/f1299.xml");
+}
+
+}  // namespace
+}  // namespace qk

@@ -1,0 +1,118 @@
+#include "xmlinput/xml_load.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <string>
+
+#include "tests/support/logged_test.h"
+
+namespace qk {
+namespace {
+
+std::string Utf16(const std::string& ascii, bool little) {
+    std::string out = little ? std::string("\xFF\xFE", 2) : std::string("\xFE\xFF", 2);
+    for (const char c : ascii) {
+        if (little) {
+            out.push_back(c);
+            out.push_back('\0');
+        } else {
+            out.push_back('\0');
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
+const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+const std::string kWhole = kDeclaration +
+                           "<customisations Format=\"1\">\n"
+                           "  <profiles>\n    <profile Area=\"Lumen\" Usage=\"Quiet\"/>\n"
+                           "  </profiles>\n</customisations>\n";
+
+struct LoadCase {
+    const char* name;
+    std::string bytes;
+    XmlLoadError expected;
+};
+
+class XmlLoadTest : public unit::LoggedTest, public ::testing::WithParamInterface<LoadCase> {};
+
+TEST_P(XmlLoadTest, RefusesWhatMiniXmlWouldKeepBroken) {
+    const LoadCase& c = GetParam();
+    {
+        std::ofstream out("input.xml", std::ios::binary);
+        out << c.bytes;
+    }
+    XmlLoadError why = XmlLoadError::kCannotOpen;
+    ::testing::internal::CaptureStderr();
+    XmlDocument document(LoadXmlDocument("input.xml", &why));
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(why, c.expected) << c.name << " stderr: " << stderrText;
+    EXPECT_EQ(static_cast<bool>(document), c.expected == XmlLoadError::kNone) << c.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, XmlLoadTest,
+    ::testing::Values(
+        LoadCase{"whole", kWhole, XmlLoadError::kNone},
+        LoadCase{"no declaration", "<customisations Format=\"1\"><profiles/></customisations>",
+                 XmlLoadError::kNone},
+        LoadCase{"self-closing root", kDeclaration + "<customisations Format=\"1\"/>\n",
+                 XmlLoadError::kNone},
+        LoadCase{"space inside end tag", kDeclaration + "<a><b/></a >\n\n\t", XmlLoadError::kNone},
+        LoadCase{"comment after root", kDeclaration + "<a><b/></a>\n<!-- done -->\n",
+                 XmlLoadError::kNone},
+        LoadCase{"cut before last >", kWhole.substr(0, kWhole.rfind('>')),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"cut inside end tag", kWhole.substr(0, kWhole.rfind('>') - 4),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"cut inside a start tag", kWhole.substr(0, kWhole.find("Usage")),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"root never closed", kWhole.substr(0, kWhole.rfind("</customisations>")),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"mismatched end tag", kDeclaration + "<a><b></c></a>\n",
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"empty file", "", XmlLoadError::kNotWellFormed},
+        LoadCase{"utf-16le whole", Utf16(kWhole, true), XmlLoadError::kNone},
+        LoadCase{"utf-16be whole", Utf16(kWhole, false), XmlLoadError::kNone},
+        LoadCase{"utf-16 odd byte count", Utf16(kWhole, true) + "<", XmlLoadError::kNotWellFormed},
+        LoadCase{"utf-16 last unit cut",
+                 Utf16(kWhole, true).substr(0, Utf16(kWhole, true).size() - 1),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"utf-16 cut before last >", Utf16(kWhole.substr(0, kWhole.rfind('>')), true),
+                 XmlLoadError::kNotWellFormed}),
+    [](const ::testing::TestParamInfo<LoadCase>& param) {
+        std::string name = param.param.name;
+        for (char& c : name) {
+            if (!std::isalnum(static_cast<unsigned char>(c))) {
+                c = '_';
+            }
+        }
+        return name;
+    });
+
+using XmlLoadPlainTest = unit::LoggedTest;
+
+TEST_F(XmlLoadPlainTest, MissingFileCannotBeOpened) {
+    XmlLoadError why = XmlLoadError::kNone;
+    EXPECT_EQ(LoadXmlDocument("absent.xml", &why), nullptr);
+    EXPECT_EQ(why, XmlLoadError::kCannotOpen);
+}
+
+TEST_F(XmlLoadPlainTest, MiniXmlMessageStillReachesStandardError) {
+    {
+        // Mini-XML keeps a tree for this file and only complains on standard error.
+        std::ofstream out("odd.xml", std::ios::binary);
+        out << Utf16(kWhole, true) << "<";
+    }
+    ::testing::internal::CaptureStderr();
+    XmlDocument document(LoadXmlDocument("odd.xml", nullptr));
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(document);
+    EXPECT_NE(stderrText.find("mxml: "), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qk
