@@ -1,18 +1,236 @@
-// Placeholder until blob writing lands.
 #include "blob/blob_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
+#include "blob/compact_builder.h"
+#include "blob/string_table.h"
+#include "xmlinput/xml_discovery.h"
 
 namespace qk {
 
-int WriteBinFile(char*) { return 0; }
+namespace {
 
-long LoadBlobImage(const char*) {
-    ProgressLog(L"ERROR, blob loading is not available yet\n", 0);
-    ExitFree();
+BlobWriter g_blobWriter = nullptr;
+
+std::size_t WriteBytes(const void* bytes, std::size_t count, std::FILE* file) {
+    return g_blobWriter ? g_blobWriter(bytes, count, file) : std::fwrite(bytes, 1, count, file);
 }
 
-int printVersionString() { return 0; }
+struct FreeDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+
+// A symbolic link is followed, so the link stays and its target is replaced.
+std::string ResolveTarget(const char* name) {
+    struct stat info {};
+    if (lstat(name, &info) == 0 && S_ISLNK(info.st_mode)) {
+        std::unique_ptr<char, FreeDeleter> real(realpath(name, nullptr));
+        if (real) {
+            return real.get();
+        }
+    }
+    return name;
+}
+
+std::string DirectoryOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string BaseOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Mode a new file would get from fopen, or the existing file's own.
+mode_t ModeFor(const struct stat* existing) {
+    if (existing != nullptr) {
+        return existing->st_mode & 07777;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+int WriteInPlace(const char* shownName, const std::string& path, const void* bytes,
+                 std::size_t count) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr) {
+        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+        return 0;
+    }
+    const std::size_t written = WriteBytes(bytes, count, file);
+    std::fclose(file);
+    LogFormat(L"BLOB file:- \"%s\" of size %d\n", shownName, static_cast<int>(written));
+    return static_cast<int>(written);
+}
+
+int WriteReplacing(const char* shownName, const std::string& path, const struct stat* existing,
+                   const void* bytes, std::size_t count) {
+    std::string temporary = DirectoryOf(path) + "/." + BaseOf(path) + ".XXXXXX";
+    const int descriptor = mkstemp(temporary.data());
+    if (descriptor < 0) {
+        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+        return 0;
+    }
+    std::FILE* file = fdopen(descriptor, "wb");
+    if (file == nullptr) {
+        close(descriptor);
+        unlink(temporary.c_str());
+        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+        return 0;
+    }
+    fchmod(descriptor, ModeFor(existing));
+    const std::size_t written = WriteBytes(bytes, count, file);
+    bool good = written == count && std::fflush(file) == 0 && fsync(descriptor) == 0;
+    good = std::fclose(file) == 0 && good;
+    if (!good) {
+        unlink(temporary.c_str());
+        LogFormat(
+            L"ERROR, WriteBinFile(): - writing \"%s\" failed after %d of %d bytes; "
+            L"the file is left as it was.\n",
+            shownName, static_cast<int>(written), static_cast<int>(count));
+        return 0;
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        unlink(temporary.c_str());
+        LogFormat(
+            L"ERROR, WriteBinFile(): - unable to replace \"%s\"; the file is left as it "
+            L"was.\n",
+            shownName);
+        return 0;
+    }
+    LogFormat(L"BLOB file:- \"%s\" of size %d\n", shownName, static_cast<int>(written));
+    return static_cast<int>(written);
+}
+
+}  // namespace
+
+int WriteBinFile(char* name) {
+    std::unique_ptr<std::uint8_t, FreeDeleter> scratch(
+        static_cast<std::uint8_t*>(std::calloc(1, kMaxImageBytes)));
+    if (!scratch) {
+        ProgressLog(L"ERROR, WriteBinFile(): - Unable to allocate memory.\n", 0);
+        ExitFree();
+    }
+    LogFormat(L"WriteBinFile(): - filename = %s\n", name != nullptr ? name : "");
+    if (g_lpBlob == nullptr || g_lpApplicationPtr == nullptr || g_lpApplicationPtr < g_lpBlob) {
+        ProgressLog(L"ERROR, WriteBinFile(): - no blob has been built.\n", 0);
+        return 0;
+    }
+    const auto count = static_cast<std::size_t>(g_lpApplicationPtr - g_lpBlob);
+    std::memcpy(scratch.get(), g_lpBlob, count);
+
+    const char* target = name;
+    if (name == nullptr || std::strlen(name) < 2) {
+        if (name != nullptr) {
+            std::strcpy(name, kDefaultBlobName);
+        }
+        target = kDefaultBlobName;
+    }
+    const std::string path = ResolveTarget(target);
+    struct stat info {};
+    const bool exists = stat(path.c_str(), &info) == 0;
+    if (exists && !S_ISREG(info.st_mode)) {
+        return WriteInPlace(target, path, scratch.get(), count);
+    }
+    return WriteReplacing(target, path, exists ? &info : nullptr, scratch.get(), count);
+}
+
+long LoadBlobImage(const char* path) {
+    auto* image = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(kMaxImageBytes)));
+    SetCurrentImage(image);
+    if (path == nullptr) {
+        return 0;
+    }
+    const long size = GetFileSizeAp(path);
+    if (size > static_cast<long>(kMaxImageBytes)) {
+        LogFormat(
+            L"ERROR, blob file \"%s\" has %ld bytes, more than the 0xFFFFF bytes an image "
+            L"holds.\n",
+            path, size);
+        return -1;
+    }
+    if (size <= 0) {
+        return size;
+    }
+    auto* bytes = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(size) + 1));
+    std::FILE* file = std::fopen(path, "rb");
+    if (file != nullptr) {
+        // A file that shrank since its size was taken leaves the rest zero.
+        const std::size_t got = std::fread(bytes, 1, static_cast<std::size_t>(size), file);
+        std::fclose(file);
+        std::memcpy(image, bytes, got);
+    }
+    return size;
+}
+
+int printVersionString() {
+    LoadBlobImage(kDefaultBlobName);
+    StringRef release = {0, 0};
+    if (auto header = CurrentImage().Header()) {
+        release = header->refRelease;
+    }
+    PrintStrings(release.pos, release.len, L"Version string: - ");
+    // A position beyond the signed range names no text, like one beyond 0x3FFFF.
+    const wchar_t* text = release.pos <= kMaxTextPosition
+                              ? GetWordsViaOffset(static_cast<std::int32_t>(release.pos))
+                              : nullptr;
+    const std::string line = "Version string from BIN file:- " + EncodeUtf8(text) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fflush(stdout);
+    return 0;
+}
+
+std::string EncodeUtf8(const wchar_t* text) {
+    std::string out;
+    if (text == nullptr) {
+        return out;
+    }
+    for (const wchar_t* unit = text; *unit != L'\0'; ++unit) {
+        auto c = static_cast<std::uint32_t>(*unit);
+        if (c >= 0xD800 && c <= 0xDBFF) {
+            const auto low = static_cast<std::uint32_t>(unit[1]);
+            if (low >= 0xDC00 && low <= 0xDFFF) {
+                c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+                ++unit;
+            } else {
+                c = 0xFFFD;
+            }
+        } else if ((c >= 0xDC00 && c <= 0xDFFF) || c > 0x10FFFF) {
+            c = 0xFFFD;
+        }
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else if (c < 0x800) {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            out += static_cast<char>(0xE0 | (c >> 12));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            out += static_cast<char>(0xF0 | (c >> 18));
+            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+void SetBlobWriterForTests(BlobWriter writer) {
+    g_blobWriter = writer;
+}
 
 }  // namespace qk

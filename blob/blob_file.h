@@ -1,10 +1,18 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
 namespace qk {
 
+constexpr const char* kDefaultBlobName = "quillard.blb";
+
 // Writes the built image to name ("quillard.blb" when shorter than 2
-// characters; the buffer then receives that name). Bytes written, 0 when the
-// file could not be written.
+// characters; the buffer then receives that name). A regular (or new) file is
+// replaced atomically through a temporary file in its directory, so a failed
+// run leaves the old blob whole; a device or pipe is written in place. Bytes
+// written, 0 when the file could not be written.
 int WriteBinFile(char* name);
 
 // Loads a blob file into a fresh zero-filled image that becomes the current
@@ -14,5 +22,13 @@ long LoadBlobImage(const char* path);
 
 // -v: prints the version string stored in quillard.blb; returns 0.
 int printVersionString();
+
+// Wide text (UTF-16 code units in wide units, as the reader widens it) as
+// UTF-8; a pair of surrogates gives one character, anything unencodable U+FFFD.
+std::string EncodeUtf8(const wchar_t* text);
+
+// Test hook: replaces the one write of the blob's bytes (nullptr restores fwrite).
+using BlobWriter = std::size_t (*)(const void* bytes, std::size_t count, std::FILE* file);
+void SetBlobWriterForTests(BlobWriter writer);
 
 }  // namespace qk

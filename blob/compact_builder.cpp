@@ -1,23 +1,516 @@
-// Placeholder until the builder lands.
 #include "blob/compact_builder.h"
 
+#include <cstring>
+#include <cwchar>
+#include <string>
+#include <unordered_map>
+
+#include "app/profile_mode.h"
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
+#include "blob/string_table.h"
+#include "text/wide_string.h"
+#include "xmlinput/customisation.h"
 
 namespace qk {
 
 std::uint8_t* g_lpBlob = nullptr;
+std::uint8_t* g_lpBuffer = nullptr;
+std::uint8_t* g_lpDriverPtr = nullptr;
+std::uint8_t* g_lpPropertyPtr = nullptr;
+std::uint8_t* g_lpAreaPtr = nullptr;
+std::uint8_t* g_lpProfilePtr = nullptr;
+std::uint8_t* g_lpValuePtr = nullptr;
+std::uint8_t* g_lpUsePtr = nullptr;
+std::uint8_t* g_lpApplicationPtr = nullptr;
 
-int CreateCompact() {
-    ProgressLog(L"ERROR, blob building is not available yet\n", 0);
+namespace {
+
+// Profile name + L'\0' + driver name -> position of the first such profile.
+// Built on the first lookup after the Profile table is written.
+std::unordered_map<std::wstring, std::uint32_t> g_profileIndex;
+bool g_profileIndexReady = false;
+bool g_profileOpen = false;
+
+using HeaderWord = std::uint32_t BlobHeader::*;
+
+// The image is a calloc'd block, so the header and records can be addressed in place.
+BlobHeader* Header() {
+    return reinterpret_cast<BlobHeader*>(g_lpBlob);
+}
+
+// A record already written to the image; the linking operations take
+// positions from their callers, so a position beyond the written part ends the run.
+template <typename Record>
+Record* RecordAtPosition(std::uint32_t position) {
+    const auto written = static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob);
+    if (PositionToByte(position) + sizeof(Record) > written) {
+        LogFormat(L"ERROR, CreateCompact, position %u names no record written so far.\n", position);
+        ExitFree();
+    }
+    return reinterpret_cast<Record*>(g_lpBlob + PositionToByte(position));
+}
+
+std::uint32_t CursorPosition() {
+    return static_cast<std::uint32_t>((g_lpBuffer - g_lpBlob - kHeaderBytes) / kUnitBytes);
+}
+
+const wchar_t* TextOf(StringRef ref) {
+    const wchar_t* text = GetWordsViaOffset(static_cast<std::int32_t>(ref.pos));
+    return text != nullptr ? text : L"";
+}
+
+const wchar_t* OrEmpty(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
+
+void OpenTable(std::uint8_t*& cursor, HeaderWord start, HeaderWord units) {
+    cursor = g_lpBuffer;
+    Header()->*units = 0;
+    Header()->*start = CursorPosition();
+}
+
+template <typename Record>
+std::uint32_t AddRecord(std::uint8_t*& cursor, HeaderWord start, HeaderWord units,
+                        const Record& record, const wchar_t* kind, const wchar_t* name) {
+    ReserveImageBytes(sizeof(Record), kind, name);
+    BlobHeader* header = Header();
+    const std::uint32_t position = header->*start + header->*units;
+    std::memcpy(cursor, &record, sizeof(Record));
+    header->*units += static_cast<std::uint32_t>(sizeof(Record) / kUnitBytes);
+    cursor += sizeof(Record);
+    g_lpBuffer += sizeof(Record);
+    return position;
+}
+
+[[noreturn]] void BuildError(const wchar_t* format, const wchar_t* first, const wchar_t* second) {
+    LogFormat(format, OrEmpty(first), OrEmpty(second));
     ExitFree();
 }
+
+std::wstring ProfileKey(const wchar_t* profileName, const wchar_t* driverName) {
+    std::wstring key(profileName);
+    key.push_back(L'\0');
+    key.append(driverName);
+    return key;
+}
+
+void BuildProfileIndex() {
+    g_profileIndex.clear();
+    for (const Profile* profile = g_lpCustomisations ? g_lpCustomisations->lpProfiles : nullptr;
+         profile != nullptr; profile = profile->lpNext) {
+        if (profile->lpDriver == nullptr || profile->strUsage == nullptr ||
+            profile->lpDriver->strName == nullptr) {
+            continue;
+        }
+        // try_emplace keeps the first profile of a name and driver.
+        g_profileIndex.try_emplace(ProfileKey(profile->strUsage, profile->lpDriver->strName),
+                                   profile->iBlobPos);
+    }
+    g_profileIndexReady = true;
+}
+
+// Bytes of a value's data as ProfileAddValue takes them.
+std::uint64_t ValueDataBytes(const Value& value, std::int32_t type) {
+    if (value.lpData == nullptr) {
+        return 0;
+    }
+    if (type >= kTypeBinary && type <= kTypeBoolean) {
+        return 4 * std::uint64_t{value.iDataLength};
+    }
+    return 4 * std::uint64_t{std::wcslen(static_cast<const wchar_t*>(value.lpData))};
+}
+
+void WriteWordsTable() {
+    SortStringTable();
+    WordsInitialise();
+    g_strsEmptyString = WordsAdd(L"");
+    for (int i = 0; i < g_iWordsArrElement; ++i) {
+        WordEntry& entry = g_lpWordsArray[static_cast<std::size_t>(i)];
+        entry.ref = WordsAdd(entry.text);
+    }
+}
+
+void WriteDrivers(Customisations& root) {
+    DriverInitialise();
+    for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
+        if (area->lpDriver != nullptr) {
+            Driver& driver = *area->lpDriver;
+            driver.iBlobPos = DriverAdd(FindStrings(driver.strName), driver.iPrivacy);
+        }
+    }
+}
+
+void WriteProperties(Customisations& root) {
+    PropertyInitialise();
+    for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
+        for (Property* property = area->lpProperties; property != nullptr;
+             property = property->lpNext) {
+            property->iBlobPos = PropertyAdd(property->iType, FindStrings(property->strName),
+                                             FindStrings(property->strSet));
+        }
+    }
+}
+
+void WriteAreas(Customisations& root) {
+    AreaInitialise();
+    for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
+        if (area->lpDriver == nullptr) {
+            // Its Driver record does not exist, so an Area record would pair wrongly.
+            ProgressLog(L"ERROR, CreateCompact, area without driver is left out.\n", 0);
+            continue;
+        }
+        const std::uint32_t driverPos = area->lpDriver->iBlobPos;
+        if (area->lpProperties != nullptr) {
+            area->iBlobPos = AreaAdd(driverPos, area->lpProperties->iBlobPos);
+            for (Property* property = area->lpProperties->lpNext; property != nullptr;
+                 property = property->lpNext) {
+                AreaAddProperty(area->iBlobPos, property->iBlobPos);
+            }
+        } else if (IsUserOrOem()) {
+            area->iBlobPos = AreaAdd(driverPos, kNoRecord);
+        } else {
+            ProgressLog(L"ERROR, Should never have undefined Property on non-USER file", 0);
+            ExitFree();
+        }
+    }
+}
+
+void WriteProfiles(Customisations& root) {
+    ProfileInitialise();
+    for (Profile* profile = root.lpProfiles; profile != nullptr; profile = profile->lpNext) {
+        const StringRef name = FindStrings(profile->strUsage);
+        const StringRef notes = FindStrings(profile->strNotes);
+        PrintStrings(name.pos, name.len, L"Create compact, Profile");
+        if (profile->lpDriver == nullptr) {
+            ProgressLog(L"ERROR, Profile NULL, not adding Profile, OK for USER file", 0);
+            continue;
+        }
+        profile->iBlobPos = ProfileAdd(profile->lpDriver->iBlobPos, name, notes);
+        for (Value* value = profile->lpValues; value != nullptr; value = value->lpNext) {
+            const Property* property = value->lpProperty;
+            if (property == nullptr) {
+                LogFormat(
+                    L"ERROR, CreateCompact, a value of profile \"%ls\" has no property; "
+                    L"no blob is written.\n",
+                    OrEmpty(profile->strUsage));
+                ExitFree();
+            }
+            PrintStrings(property->refName.pos, property->refName.len,
+                         L"Create compact, Profile/Value");
+            if (property->iType <= kTypeUnknown || property->iType > kTypeString) {
+                ProgressLog(L"ERROR, CreateCompact, Un-recongnized data type.", 0);
+                ExitFree();
+            }
+            ProfileAddValue(property->refName.pos, value->lpData,
+                            ValueDataBytes(*value, property->iType), property->iType);
+        }
+        ProfileAddFinish();
+    }
+}
+
+void WriteUses(Customisations& root) {
+    UseInitialise();
+    for (Application* application = root.lpApplications; application != nullptr;
+         application = application->lpNext) {
+        for (Use* use = application->lpUses; use != nullptr; use = use->lpNext) {
+            use->iBlobPos = UseAdd(
+                FindProfileElm(use->strProfile, use->lpDriver ? use->lpDriver->strName : nullptr));
+        }
+    }
+}
+
+void WriteApplications(Customisations& root) {
+    ApplicationInitialise();
+    for (Application* application = root.lpApplications; application != nullptr;
+         application = application->lpNext) {
+        const StringRef title = FindStrings(application->strTitle);
+        const StringRef file = FindStrings(application->strFile);
+        const StringRef path = FindStrings(application->strPath);
+        const StringRef version = FindStrings(application->strVersion);
+        if (application->lpUses == nullptr) {
+            ProgressLog(L"XML ERROR, APPLICATION has no valid USE.\n", 0);
+            continue;
+        }
+        application->iBlobPos =
+            ApplicationAdd(title, file, path, version, application->lpUses->iBlobPos);
+        for (Use* use = application->lpUses->lpNext; use != nullptr; use = use->lpNext) {
+            ApplicationAddUse(application->iBlobPos, use->iBlobPos);
+        }
+    }
+}
+
+}  // namespace
 
 BlobReader CurrentImage() {
     if (g_lpBlob == nullptr) {
         return BlobReader({});
     }
     return BlobReader({g_lpBlob, kMaxImageBytes});
+}
+
+void SetCurrentImage(std::uint8_t* image) {
+    ResetCompactBuilder();
+    g_lpBlob = image;
+}
+
+void BeginImage(std::uint32_t format) {
+    ResetCompactBuilder();
+    g_lpBlob = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(kMaxImageBytes)));
+    g_lpBuffer = g_lpBlob + kHeaderBytes;
+    Header()->dwMagic = kBlobMagic;
+    Header()->dwFormat = format;
+}
+
+void ReserveImageBytes(std::uint64_t bytes, const wchar_t* kind, const wchar_t* name) {
+    const auto used = static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob);
+    if (bytes > kMaxImageBytes - used) {
+        LogFormat(
+            L"ERROR, CreateCompact, the blob would outgrow its limit of 0xFFFFF bytes "
+            L"at the %ls \"%ls\"; no blob is written.\n",
+            OrEmpty(kind), OrEmpty(name));
+        ExitFree();
+    }
+}
+
+void DriverInitialise() {
+    OpenTable(g_lpDriverPtr, &BlobHeader::posDriverStart, &BlobHeader::nDriverUnits);
+}
+
+std::uint32_t DriverAdd(StringRef name, std::int32_t privacy) {
+    const DriverRecord record = {name, static_cast<std::uint32_t>(privacy), 0};
+    return AddRecord(g_lpDriverPtr, &BlobHeader::posDriverStart, &BlobHeader::nDriverUnits, record,
+                     L"driver", TextOf(name));
+}
+
+void PropertyInitialise() {
+    OpenTable(g_lpPropertyPtr, &BlobHeader::posPropertyStart, &BlobHeader::nPropertyUnits);
+}
+
+std::uint32_t PropertyAdd(std::int32_t type, StringRef name, StringRef set) {
+    const PropertyRecord record = {static_cast<std::uint32_t>(type), name, set, kNoRecord};
+    return AddRecord(g_lpPropertyPtr, &BlobHeader::posPropertyStart, &BlobHeader::nPropertyUnits,
+                     record, L"property", TextOf(name));
+}
+
+void AreaInitialise() {
+    OpenTable(g_lpAreaPtr, &BlobHeader::posAreaStart, &BlobHeader::nAreaUnits);
+}
+
+std::uint32_t AreaAdd(std::uint32_t driverPos, std::uint32_t firstPropertyPos) {
+    const AreaRecord record = {driverPos, firstPropertyPos};
+    auto driver = CurrentImage().RecordAt<DriverRecord>(driverPos);
+    return AddRecord(g_lpAreaPtr, &BlobHeader::posAreaStart, &BlobHeader::nAreaUnits, record,
+                     L"area", driver ? TextOf(driver->refName) : L"");
+}
+
+void AreaAddProperty(std::uint32_t areaPos, std::uint32_t propertyPos) {
+    AreaRecord* area = RecordAtPosition<AreaRecord>(areaPos);
+    RecordAtPosition<PropertyRecord>(propertyPos)->posNext = area->posFirstProperty;
+    area->posFirstProperty = propertyPos;
+}
+
+void ProfileInitialise() {
+    OpenTable(g_lpProfilePtr, &BlobHeader::posProfileStart, &BlobHeader::nProfileUnits);
+    g_profileIndexReady = false;
+    g_profileOpen = false;
+}
+
+std::uint32_t ProfileAdd(std::uint32_t driverPos, StringRef name, StringRef notes) {
+    // The header alone: the value records follow at g_lpValuePtr.
+    const ProfileRecord record = {driverPos, name, notes, kNoRecord, 0, 0};
+    std::uint8_t* header = g_lpProfilePtr;
+    const std::uint32_t position =
+        AddRecord(g_lpProfilePtr, &BlobHeader::posProfileStart, &BlobHeader::nProfileUnits, record,
+                  L"profile", TextOf(name));
+    g_lpValuePtr = g_lpProfilePtr;
+    g_lpProfilePtr = header;
+    g_profileOpen = true;
+    return position;
+}
+
+void ProfileAddValue(std::uint32_t namePos, const void* data, std::uint64_t size,
+                     std::int32_t type) {
+    if (!g_profileOpen) {
+        ProgressLog(L"ERROR, CreateCompact, a value without an open profile.\n", 0);
+        ExitFree();
+    }
+    auto* profile = reinterpret_cast<ProfileRecord*>(g_lpProfilePtr);
+    const wchar_t* profileName = TextOf(profile->refName);
+    const wchar_t* wideName = OrEmpty(GetWordsViaOffset(static_cast<std::int32_t>(namePos)));
+    if (profile->dwValueCount >= kMaxProfileValues) {
+        BuildError(
+            L"ERROR, CreateCompact, profile \"%ls\" has more than 1024 values (at "
+            L"property \"%ls\"); no blob is written.\n",
+            profileName, wideName);
+    }
+    const char* narrow = wctochar(wideName);
+    const std::size_t nameLength = narrow != nullptr ? std::strlen(narrow) : 0;
+    if (nameLength >= kPropertyNameBytes) {
+        BuildError(
+            L"ERROR, CreateCompact, property name \"%ls\" is longer than 15 narrow "
+            L"characters (profile \"%ls\"); no blob is written.\n",
+            wideName, profileName);
+    }
+    if (data == nullptr) {
+        size = 0;
+    }
+    std::uint64_t datumBytes = size;
+    if (type == kTypeBinary) {
+        datumBytes = size / 4;
+        if (datumBytes > kMaxBinaryBytes) {
+            LogFormat(
+                L"ERROR, CreateCompact, Binary value of property \"%ls\" in profile "
+                L"\"%ls\" has %llu bytes, more than 4096; no blob is written.\n",
+                wideName, profileName, static_cast<unsigned long long>(datumBytes));
+            ExitFree();
+        }
+    }
+    const std::uint64_t units = ValueRecordUnits(datumBytes);
+    ReserveImageBytes(units * kUnitBytes, L"value of property", wideName);
+
+    if (nameLength > 0) {
+        std::memcpy(g_lpValuePtr, narrow, nameLength);
+    }
+    const auto datumSize = static_cast<std::uint32_t>(datumBytes);
+    std::memcpy(g_lpValuePtr + offsetof(ValueRecordHead, dwDatumSize), &datumSize,
+                sizeof(datumSize));
+    std::uint8_t* datum = g_lpValuePtr + sizeof(ValueRecordHead);
+    if (type == kTypeBinary) {
+        const auto* words = static_cast<const std::uint32_t*>(data);
+        for (std::uint64_t i = 0; i < datumBytes; ++i) {
+            datum[i] = static_cast<std::uint8_t>(words[i] & 0xFF);
+        }
+    } else if (datumBytes > 0) {
+        std::memcpy(datum, data, datumBytes);
+    }
+    // The padding after the datum is already zero: the image is zero-filled.
+    const auto recordBytes = static_cast<std::uint32_t>(units * kUnitBytes);
+    g_lpValuePtr += recordBytes;
+    g_lpBuffer += recordBytes;
+    Header()->nProfileUnits += static_cast<std::uint32_t>(units);
+    profile->dwAggregatedSize += recordBytes;
+    profile->dwValueCount += 1;
+}
+
+void ProfileAddFinish() {
+    g_lpProfilePtr = g_lpBuffer;
+    g_profileOpen = false;
+}
+
+void UseInitialise() {
+    OpenTable(g_lpUsePtr, &BlobHeader::posUseStart, &BlobHeader::nUseUnits);
+}
+
+std::uint32_t UseAdd(std::uint32_t profilePos) {
+    const UseRecord record = {profilePos, kNoRecord};
+    return AddRecord(g_lpUsePtr, &BlobHeader::posUseStart, &BlobHeader::nUseUnits, record, L"use",
+                     L"");
+}
+
+void ApplicationInitialise() {
+    OpenTable(g_lpApplicationPtr, &BlobHeader::posApplicationStart, &BlobHeader::nApplicationUnits);
+}
+
+std::uint32_t ApplicationAdd(StringRef title, StringRef file, StringRef path, StringRef version,
+                             std::uint32_t firstUsePos) {
+    const ApplicationRecord record = {title, file, path, version, firstUsePos, 0};
+    return AddRecord(g_lpApplicationPtr, &BlobHeader::posApplicationStart,
+                     &BlobHeader::nApplicationUnits, record, L"application", TextOf(title));
+}
+
+void ApplicationAddUse(std::uint32_t applicationPos, std::uint32_t usePos) {
+    ApplicationRecord* application = RecordAtPosition<ApplicationRecord>(applicationPos);
+    RecordAtPosition<UseRecord>(usePos)->posNext = application->posFirstUse;
+    application->posFirstUse = usePos;
+}
+
+std::uint32_t FindProfileElm(const wchar_t* profileName, const wchar_t* driverName) {
+    if (profileName == nullptr || driverName == nullptr || profileName[0] == L'\0' ||
+        driverName[0] == L'\0') {
+        ProgressLog(L"ERROR, ProfileName or DriverName is empty.\n", 0);
+        return 0;
+    }
+    if (!g_profileIndexReady) {
+        BuildProfileIndex();
+    }
+    auto found = g_profileIndex.find(ProfileKey(profileName, driverName));
+    return found != g_profileIndex.end() ? found->second : 1;
+}
+
+void FillInterimStrings() {
+    Customisations& root = *g_lpCustomisations;
+    root.refContent = FindStrings(root.strContent);
+    root.refRelease = FindStrings(root.strRelease);
+    root.refFormat = FindStrings(root.strFormat);
+    for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
+        if (area->lpDriver != nullptr) {
+            area->lpDriver->refName = FindStrings(area->lpDriver->strName);
+        }
+        for (Property* property = area->lpProperties; property != nullptr;
+             property = property->lpNext) {
+            property->refName = FindStrings(property->strName);
+            property->refSet = FindStrings(property->strSet);
+        }
+    }
+    for (Profile* profile = root.lpProfiles; profile != nullptr; profile = profile->lpNext) {
+        for (Value* value = profile->lpValues; value != nullptr; value = value->lpNext) {
+            if (value->iDataLength == 0) {
+                value->refData = FindStrings(static_cast<const wchar_t*>(value->lpData));
+            }
+        }
+        profile->refUsage = FindStrings(profile->strUsage);
+        profile->refNotes = FindStrings(profile->strNotes);
+    }
+    for (Application* application = root.lpApplications; application != nullptr;
+         application = application->lpNext) {
+        application->refTitle = FindStrings(application->strTitle);
+        application->refFile = FindStrings(application->strFile);
+        application->refPath = FindStrings(application->strPath);
+        application->refVersion = FindStrings(application->strVersion);
+        for (Use* use = application->lpUses; use != nullptr; use = use->lpNext) {
+            use->refProfile = FindStrings(use->strProfile);
+        }
+    }
+}
+
+int CreateCompact() {
+    ProgressLog(L"Creating Compact\n", 0);
+    if (g_lpCustomisations == nullptr) {
+        ProgressLog(L"ERROR, CreateCompact, there is no customisation tree.\n", 0);
+        ExitFree();
+    }
+    Customisations& root = *g_lpCustomisations;
+    // The format word is the digit of the Format text; the reader always stores "1".
+    const wchar_t* format = root.strFormat;
+    BeginImage(
+        format != nullptr && format[0] != L'\0' ? static_cast<std::uint32_t>(format[0]) - 0x30 : 1);
+    WriteWordsTable();
+    FillInterimStrings();
+    Header()->refRelease = FindStrings(root.strRelease);
+    WriteDrivers(root);
+    WriteProperties(root);
+    WriteAreas(root);
+    WriteProfiles(root);
+    WriteUses(root);
+    WriteApplications(root);
+    ProgressLog(L"Creating Compact, done.\n", 0);
+    return 0;
+}
+
+void ResetCompactBuilder() {
+    g_lpBlob = nullptr;
+    g_lpBuffer = nullptr;
+    g_lpDriverPtr = nullptr;
+    g_lpPropertyPtr = nullptr;
+    g_lpAreaPtr = nullptr;
+    g_lpProfilePtr = nullptr;
+    g_lpValuePtr = nullptr;
+    g_lpUsePtr = nullptr;
+    g_lpApplicationPtr = nullptr;
+    g_profileIndex.clear();
+    g_profileIndexReady = false;
+    g_profileOpen = false;
 }
 
 }  // namespace qk

@@ -1,5 +1,7 @@
-// Placeholder until the version string lands.
 #include "blob/version_string.h"
+
+#include <ctime>
+#include <cwchar>
 
 #include "text/bounded_string.h"
 
@@ -8,12 +10,46 @@ namespace qk {
 wchar_t g_strRelease[kVersionUnits];
 wchar_t g_strVersion[kVersionUnits];
 
+namespace {
+
+constexpr std::size_t kTimeUnits = 32;
+
+}  // namespace
+
 bool SetReleaseText(const wchar_t* release) {
-    for (auto& unit : g_strRelease) unit = 0;
-    for (auto& unit : g_strVersion) unit = 0;
+    ResetVersionString();
     return release == nullptr || wcscpy_s(g_strRelease, kReleaseBound, release) != nullptr;
 }
 
-int GetVersionString(wchar_t*) { return -1; }
+int GetVersionString(wchar_t* output) {
+    if (g_strVersion[0] != L'\0') {
+        wcscpy_s(output, kVersionUnits, g_strVersion);
+        return 0;
+    }
+    std::wmemset(output, L'\0', kVersionUnits);
+    const std::time_t now = std::time(nullptr);
+    // SetReleaseText keeps the release within its bound, so this copy cannot fail.
+    wchar_t release[kReleaseBound] = {};
+    if (g_strRelease[0] != L'\0' && wcscpy_s(release, kReleaseBound, g_strRelease) == nullptr) {
+        return -1;
+    }
+    wchar_t stamp[kTimeUnits] = {};
+    std::tm local{};
+    if (localtime_r(&now, &local) == nullptr ||
+        std::wcsftime(stamp, kTimeUnits, L"%Y%m%d_%H%M", &local) == 0) {
+        return -1;
+    }
+    if (_snwprintf_s(output, kVersionUnits, kVersionUnits - 1, L"%ls_%ls_", release, stamp) < 0 ||
+        output[0] == L'\0') {
+        return -1;
+    }
+    wcscpy_s(g_strVersion, kVersionUnits, output);
+    return 0;
+}
+
+void ResetVersionString() {
+    std::wmemset(g_strRelease, L'\0', kVersionUnits);
+    std::wmemset(g_strVersion, L'\0', kVersionUnits);
+}
 
 }  // namespace qk

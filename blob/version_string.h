@@ -15,7 +15,12 @@ extern wchar_t g_strVersion[kVersionUnits];
 // False when the text does not fit.
 bool SetReleaseText(const wchar_t* release);
 
-// Copies the run's version string (release, local time) into output; 0 on success.
+// Copies the run's version string ("<release>_<YYYYmmdd_HHMM>_", local time) into
+// output (kVersionUnits units). Composed once; later calls give the same text.
+// 0 on success, -1 when it could not be composed.
 int GetVersionString(wchar_t* output);
+
+// Clears both buffers (between runs in tests).
+void ResetVersionString();
 
 }  // namespace qk
