@@ -41,16 +41,14 @@ std::wstring Widened(const char* text, std::size_t maxBytes = 4 * kLogFormatBoun
             ++at;
             continue;
         }
-        int extra = 0;
-        std::uint32_t point = 0;
-        std::uint32_t least = 0;
-        if ((lead & 0xE0) == 0xC0) {
-            extra = 1, point = lead & 0x1F, least = 0x80;
-        } else if ((lead & 0xF0) == 0xE0) {
-            extra = 2, point = lead & 0x0F, least = 0x800;
-        } else if ((lead & 0xF8) == 0xF0) {
-            extra = 3, point = lead & 0x07, least = 0x10000;
-        }
+        const int extra = lead >= 0xF0 && lead < 0xF8   ? 3
+                          : lead >= 0xE0 && lead < 0xF0 ? 2
+                          : lead >= 0xC0 && lead < 0xE0 ? 1
+                                                        : 0;
+        // The smallest character each length may encode; shorter forms are invalid.
+        static constexpr std::uint32_t kLeast[] = {0, 0x80, 0x800, 0x10000};
+        const std::uint32_t least = kLeast[extra];
+        std::uint32_t point = lead & (0x3Fu >> extra);
         int taken = 0;
         while (taken < extra && at + 1 + taken < end && (at[1 + taken] & 0xC0) == 0x80) {
             point = point << 6 | (at[1 + taken] & 0x3F);

@@ -1,0 +1,173 @@
+// Every example in the README, the guides and the manual page is run here, so the
+// documents cannot fall out of date.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/cli/cli_harness.h"
+
+namespace qk::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+fs::path SourceDir() { return Example("").parent_path().parent_path(); }
+
+std::string Document(const std::string& relative) { return ReadFile(SourceDir() / relative); }
+
+// The body of the first fenced block of the given language after a marker text.
+std::string FencedBlock(const std::string& document, const std::string& language,
+                        const std::string& after = "") {
+    const std::size_t from = after.empty() ? 0 : document.find(after);
+    const std::string fence = "```" + language + "\n";
+    const std::size_t open = document.find(fence, from == std::string::npos ? 0 : from);
+    if (open == std::string::npos) {
+        return "";
+    }
+    const std::size_t start = open + fence.size();
+    return document.substr(start, document.find("```", start) - start);
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;) words.push_back(word);
+    return words;
+}
+
+// Runs one documented command line in dir: leading VAR=value words become the
+// environment, "quillard" or "build/quillard" the built tool.
+RunResult RunDocumented(const fs::path& dir, const std::string& line) {
+    std::vector<std::string> words = Words(line);
+    std::map<std::string, std::string> env;
+    while (!words.empty() && words.front().find('=') != std::string::npos) {
+        const std::string& word = words.front();
+        std::string value = word.substr(word.find('=') + 1);
+        if (value == "build/simulator") value = (BuildDir() / "simulator").string();
+        env[word.substr(0, word.find('='))] = value;
+        words.erase(words.begin());
+    }
+    EXPECT_TRUE(!words.empty() && (words[0] == "quillard" || words[0] == "build/quillard")) << line;
+    words.erase(words.begin());
+    return RunQuillard(dir, words, env);
+}
+
+TEST(DocsCli, TheReadmeFirstSessionWorks) {
+    ScratchDir dir;
+    fs::create_directory_symlink(SourceDir() / "examples", dir / "examples");
+    for (const std::string& line : Lines(FencedBlock(Document("README.md"), "sh", "## A first session"))) {
+        if (line.rfind("mkdir", 0) == 0) {
+            fs::create_directories(dir / "installed");
+            fs::copy_file(dir / "system.blb", dir / "installed" / "system.blb");
+            continue;
+        }
+        RunResult run = RunDocumented(dir.path(), line);
+        EXPECT_EQ(run.status, 0) << line << "\n" << run.out << run.err;
+    }
+    EXPECT_THAT(ReadFile(dir / "dump.log"), HasSubstr("PRINT COMPACT DONE"));
+    EXPECT_THAT(ReadFile(dir / "build.log"), Not(HasSubstr("ERROR")));
+    // The XML written back compiles again.
+    RunResult again = RunQuillard(dir.path(), {"-s", "system-back.xml", "-b", "again.blb"});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_TRUE(fs::exists(dir / "again.blb"));
+}
+
+TEST(DocsCli, TheCustomisationGuideExampleCompilesCleanly) {
+    const std::string guide = Document("docs/customisation-xml.md");
+    ScratchDir dir;
+    WriteFile(dir / "tweaks.xml", FencedBlock(guide, "xml"));
+    const std::string command = "quillard -s tweaks.xml -b tweaks.blb -l tweaks.log";
+    ASSERT_THAT(guide, HasSubstr("`" + command + "`"));
+    RunResult run = RunDocumented(dir.path(), command);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(ReadFile(dir / "tweaks.log"), Not(HasSubstr("ERROR")));
+    EXPECT_TRUE(fs::exists(dir / "tweaks.blb"));
+}
+
+// The hex bytes of an annotated dump: what stands before "|" on each line, after
+// the offset.
+std::vector<std::uint8_t> DumpBytes(const std::string& dump) {
+    std::vector<std::uint8_t> bytes;
+    for (const std::string& line : Lines(dump)) {
+        std::vector<std::string> words = Words(line.substr(0, line.find('|')));
+        for (std::size_t i = 1; i < words.size(); ++i) {
+            bytes.push_back(static_cast<std::uint8_t>(std::stoul(words[i], nullptr, 16)));
+        }
+    }
+    return bytes;
+}
+
+TEST(DocsCli, TheAnnotatedBlobIsWhatTheToolWrites) {
+    const std::string guide = Document("docs/blob-format.md");
+    ScratchDir dir;
+    WriteFile(dir / "tiny.xml", FencedBlock(guide, "xml", "## The smallest blob"));
+    const std::string command = "quillard -s tiny.xml -b tiny.blb -c 1";
+    ASSERT_THAT(guide, HasSubstr("`" + command + "`"));
+    ASSERT_EQ(RunDocumented(dir.path(), command).status, 0);
+    const std::string blob = ReadFile(dir / "tiny.blb");
+    const std::vector<std::uint8_t> documented = DumpBytes(FencedBlock(guide, "text"));
+    ASSERT_EQ(documented.size(), blob.size());
+    // The version string "1_YYYYMMDD_HHMM_" starts at position 2; its time
+    // characters (2 to 14) differ from run to run.
+    const std::size_t timeFirst = 92 + 8 * 2 + 4 * 2;
+    const std::size_t timeEnd = 92 + 8 * 2 + 4 * 15;
+    for (std::size_t i = 0; i < blob.size(); ++i) {
+        if (i >= timeFirst && i < timeEnd) continue;
+        EXPECT_EQ(static_cast<std::uint8_t>(blob[i]), documented[i]) << "byte " << i;
+    }
+}
+
+TEST(DocsCli, TheManualPageExamplesRun) {
+    std::string page = Document("docs/quillard.1");
+    page = page.substr(page.find(".SH EXAMPLES"));
+    page = page.substr(0, page.find(".SH FILES"));
+    ScratchDir dir;
+    fs::copy_file(Example("system.xml"), dir / "system.xml");
+    fs::copy_file(Example("update.xml"), dir / "update.xml");
+    fs::copy_file(TestData("docs/user1.xml"), dir / "user1.xml");
+    fs::copy_file(TestData("docs/user2.xml"), dir / "user2.xml");
+    fs::create_directories(dir / "profiles.d");
+    fs::copy_file(Example("system.xml"), dir / "profiles.d" / "system.xml");
+    fs::create_directories(dir / "installed");
+    ASSERT_EQ(RunQuillard(dir.path(), {"-s", "system.xml", "-b", "installed/system.blb"}).status, 0);
+    const std::map<std::string, std::string> env = {
+        {"LD_LIBRARY_PATH", (BuildDir() / "simulator").string()},
+        {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+
+    int examples = 0;
+    for (std::string line : Lines(page)) {
+        if (line.rfind(".B quillard", 0) != 0) continue;
+        line = line.substr(3);
+        for (std::size_t at; (at = line.find("\\-")) != std::string::npos;) line.erase(at, 1);
+        std::vector<std::string> words = Words(line);
+        words.erase(words.begin());
+        RunResult run = RunQuillard(dir.path(), words, env);
+        EXPECT_EQ(run.status, 0) << line << "\n" << run.out;
+        ++examples;
+    }
+    EXPECT_EQ(examples, 7);
+    EXPECT_TRUE(fs::exists(dir / "user.blb"));
+    EXPECT_TRUE(fs::exists(dir / "system-back.xml"));
+    EXPECT_THAT(ReadFile(dir / "dump.log"), HasSubstr("PRINT COMPACT DONE"));
+}
+
+}  // namespace
+}  // namespace qk::cli
