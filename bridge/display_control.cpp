@@ -1,16 +1,135 @@
-// Placeholder until the bridge lands: behaves as if the library were missing.
 #include "bridge/display_control.h"
+
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 namespace qk {
 
-void Call_ZEL_ApplicationProfiles_System_Reload() {}
-int Call_ZEL_ApplicationProfiles_GetCustomization(int, Customisations*) { return -1; }
-int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t*, const wchar_t*, unsigned char*) {
-    return -1;
+ZelSystemReloadFn ZEL_ApplicationProfiles_System_Reload = nullptr;
+ZelProfileExistFn ZEL_ApplicationProfiles_Profile_Exist = nullptr;
+ZelDriverAreaPrivacyGetFn ZEL_ApplicationProfiles_DriverAreaPrivacy_Get = nullptr;
+ZelPropertyTypeGetFn ZEL_ApplicationProfiles_PropertyType_Get = nullptr;
+
+void* ZEL_Main_Memory_Alloc(unsigned int size) {
+    return std::malloc(size);
 }
-int Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(const wchar_t*, int*) { return -1; }
-int Call_ZEL_ApplicationProfiles_PropertyType_Get(const wchar_t*, const wchar_t*, int*) {
-    return -1;
+
+void ZEL_Main_Memory_Free(void** block) {
+    if (block != nullptr && *block != nullptr) {
+        std::free(*block);
+        *block = nullptr;
+    }
+}
+
+namespace {
+
+// The library's messages run together on one line, as the library's users know them.
+void Say(const char* message) {
+    std::printf("%s", message);
+    std::fflush(stdout);
+}
+
+template <typename Fn>
+Fn Resolve(void* library, const char* name) {
+    return reinterpret_cast<Fn>(dlsym(library, name));
+}
+
+struct Entry {
+    const char* name;
+    const char* missing;
+    const char* failed;
+};
+
+constexpr Entry kReload = {"ZEL_ApplicationProfiles_System_Reload",
+                           "Fail to get ZEL_APPLICATIONPROFILES_SYSTEM_RELOAD handle!",
+                           "ZEL_ApplicationProfiles_System_Reload failed."};
+constexpr Entry kGetCustomization = {"ZEL_ApplicationProfiles_GetCustomization",
+                                     "Fail to get ZEL_ApplicationProfiles_GetCustomization handle!",
+                                     "ZEL_ApplicationProfiles_GetCustomization failed."};
+constexpr Entry kProfileExist = {"ZEL_ApplicationProfiles_Profile_Exist",
+                                 "Fail to get ZEL_APPLICATIONPROFILES_PROFILE_EXIST handle!",
+                                 "ZEL_ApplicationProfiles_Profile_Exist failed."};
+constexpr Entry kPrivacyGet = {"ZEL_ApplicationProfiles_DriverAreaPrivacy_Get",
+                               "Fail to get ZEL_APPLICATIONPROFILES_DRIVERAREA_GET handle!",
+                               "ZEL_ApplicationProfiles_DriverAreaPrivacy_Get failed."};
+constexpr Entry kPropertyTypeGet = {"ZEL_ApplicationProfiles_PropertyType_Get",
+                                    "Fail to get ZEL_APPLICATIONPROFILES_PROPERTYTYPE handle!",
+                                    "ZEL_ApplicationProfiles_PropertyType_Get failed."};
+
+// One complete cycle: load, resolve, create, call, destroy. The library handle is
+// never closed; the loader keeps one copy however often it is opened.
+template <typename Fn, typename Store, typename Call>
+int CallLibrary(const Entry& entry, Store store, Call call) {
+    void* library = dlopen(kDisplayControlLibrary, RTLD_LAZY | RTLD_GLOBAL);
+    if (library == nullptr) {
+        return -1;
+    }
+    auto create = Resolve<ZelControlCreateFn>(library, "ZEL_Main_Control_Create");
+    if (create == nullptr) {
+        Say("Fail to get ZEL_MAIN_CONTROL_CREATE handle!");
+        return -1;
+    }
+    auto destroy = Resolve<ZelControlDestroyFn>(library, "ZEL_Main_Control_Destroy");
+    if (destroy == nullptr) {
+        Say("Fail to get ZEL_MAIN_CONTROL_DESTROY handle!");
+        return -1;
+    }
+    auto function = Resolve<Fn>(library, entry.name);
+    store(function);
+    if (function == nullptr) {
+        Say(entry.missing);
+        return -1;
+    }
+    if (create(ZEL_Main_Memory_Alloc, 1) != 0) {
+        Say("ZEL Initialization error!");
+        return -1;
+    }
+    const int result = call(function);
+    if (result != 0) {
+        Say(entry.failed);
+    }
+    if (destroy() != 0) {
+        Say("ZEL Destroy error!");
+    }
+    return result;
+}
+
+}  // namespace
+
+void Call_ZEL_ApplicationProfiles_System_Reload() {
+    CallLibrary<ZelSystemReloadFn>(
+        kReload, [](ZelSystemReloadFn fn) { ZEL_ApplicationProfiles_System_Reload = fn; },
+        [](ZelSystemReloadFn fn) { return fn(); });
+}
+
+int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* root) {
+    return CallLibrary<ZelGetCustomizationFn>(
+        kGetCustomization, [](ZelGetCustomizationFn) {},
+        [&](ZelGetCustomizationFn fn) { return fn(database, root); });
+}
+
+int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t* area, const wchar_t* profile,
+                                               unsigned char* exists) {
+    return CallLibrary<ZelProfileExistFn>(
+        kProfileExist, [](ZelProfileExistFn fn) { ZEL_ApplicationProfiles_Profile_Exist = fn; },
+        [&](ZelProfileExistFn fn) { return fn(area, profile, exists); });
+}
+
+int Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(const wchar_t* area, int* privacy) {
+    return CallLibrary<ZelDriverAreaPrivacyGetFn>(
+        kPrivacyGet,
+        [](ZelDriverAreaPrivacyGetFn fn) { ZEL_ApplicationProfiles_DriverAreaPrivacy_Get = fn; },
+        [&](ZelDriverAreaPrivacyGetFn fn) { return fn(area, privacy); });
+}
+
+int Call_ZEL_ApplicationProfiles_PropertyType_Get(const wchar_t* area, const wchar_t* property,
+                                                  int* type) {
+    return CallLibrary<ZelPropertyTypeGetFn>(
+        kPropertyTypeGet,
+        [](ZelPropertyTypeGetFn fn) { ZEL_ApplicationProfiles_PropertyType_Get = fn; },
+        [&](ZelPropertyTypeGetFn fn) { return fn(area, property, type); });
 }
 
 }  // namespace qk

@@ -1,9 +1,22 @@
 #pragma once
 
+#include "bridge/display_control_abi.h"
+
 namespace qk {
 
-struct Customisations;
+// The memory callback handed to the library: a plain heap block (not tracked).
+void* ZEL_Main_Memory_Alloc(unsigned int size);
+void ZEL_Main_Memory_Free(void** block);
 
+// Resolved anew by every bridge call.
+extern ZelSystemReloadFn ZEL_ApplicationProfiles_System_Reload;
+extern ZelProfileExistFn ZEL_ApplicationProfiles_Profile_Exist;
+extern ZelDriverAreaPrivacyGetFn ZEL_ApplicationProfiles_DriverAreaPrivacy_Get;
+extern ZelPropertyTypeGetFn ZEL_ApplicationProfiles_PropertyType_Get;
+
+// Each call loads the library, creates a control context, makes one call and
+// destroys the context. -1 when the bridge itself failed (a missing library
+// silently), else the library's own result.
 void Call_ZEL_ApplicationProfiles_System_Reload();
 int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* root);
 int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t* area, const wchar_t* profile,

@@ -1,8 +1,254 @@
-// Placeholder until the reverse conversion lands.
 #include "inspect/reverse_xml.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "bridge/display_control.h"
+#include "text/value_text.h"
+#include "xmlinput/customisation.h"
 
 namespace qk {
 
-int ReverseToXml(int, int, const char*) { return -1; }
+namespace {
+
+constexpr const wchar_t* kTypeNames[] = {L"Unknown", L"Binary",     L"Qword", L"Dword",
+                                         L"Boolean", L"Enumerated", L"String"};
+constexpr const wchar_t* kPrivacyNames[] = {
+    L"Undefined", L"Defined",          L"", L"ProfilesOnly",
+    L"",          L"ApplicationsOnly", L"", L"ApplicationsAndProfiles"};
+
+const wchar_t* TypeName(std::int32_t type) {
+    return type >= 0 && type <= 6 ? kTypeNames[type] : kTypeNames[0];
+}
+
+const wchar_t* PrivacyName(std::int32_t privacy) {
+    return privacy >= 0 && privacy <= 7 ? kPrivacyNames[privacy] : L"";
+}
+
+const wchar_t* OrEmpty(const wchar_t* text) {
+    return text ? text : L"";
+}
+
+bool HasText(const wchar_t* text) {
+    return text != nullptr && text[0] != L'\0';
+}
+
+const wchar_t* DriverName(const Driver* driver) {
+    return driver ? OrEmpty(driver->strName) : L"";
+}
+
+// The document as UTF-16LE bytes, built whole and written in one go.
+class Utf16Writer {
+  public:
+    Utf16Writer() { bytes_ = "\xFF\xFE"; }
+
+    Utf16Writer& operator<<(const wchar_t* text) {
+        for (const wchar_t* at = text; *at != L'\0'; ++at)
+            Unit(*at);
+        return *this;
+    }
+    // Text inside an attribute value or an element, escaped so it always loads again.
+    Utf16Writer& Escaped(const wchar_t* text) {
+        for (const wchar_t* at = OrEmpty(text); *at != L'\0'; ++at) {
+            switch (*at) {
+                case L'&':
+                    *this << L"&amp;";
+                    break;
+                case L'<':
+                    *this << L"&lt;";
+                    break;
+                case L'>':
+                    *this << L"&gt;";
+                    break;
+                case L'"':
+                    *this << L"&quot;";
+                    break;
+                default:
+                    Unit(*at);
+            }
+        }
+        return *this;
+    }
+    Utf16Writer& Attribute(const wchar_t* name, const wchar_t* value) {
+        *this << L" " << name << L"=\"";
+        Escaped(value);
+        return *this << L"\"";
+    }
+    const std::string& bytes() const { return bytes_; }
+
+  private:
+    void Put16(std::uint32_t unit) {
+        bytes_.push_back(static_cast<char>(unit & 0xFF));
+        bytes_.push_back(static_cast<char>((unit >> 8) & 0xFF));
+    }
+    void Unit(wchar_t character) {
+        // Texts already hold UTF-16 units; anything wider is split into its pair.
+        auto point = static_cast<std::uint32_t>(character);
+        if (point > 0x10FFFF) {
+            point = 0xFFFD;
+        }
+        if (point > 0xFFFF) {
+            point -= 0x10000;
+            Put16(0xD800 + (point >> 10));
+            Put16(0xDC00 + (point & 0x3FF));
+        } else {
+            Put16(point);
+        }
+    }
+    std::string bytes_;
+};
+
+// The text of a fetched value; data lengths count bytes.
+std::wstring ValueText(const Value& value) {
+    const auto* data = static_cast<const std::uint8_t*>(value.lpData);
+    const std::uint32_t length = data ? value.iDataLength : 0;
+    const std::int32_t type = value.lpProperty ? value.lpProperty->iType : kTypeUnknown;
+    auto word = [&](std::size_t bytes) {
+        std::uint64_t number = 0;
+        std::memcpy(&number, data, length < bytes ? length : bytes);
+        return number;
+    };
+    switch (type) {
+        case kTypeBinary: {
+            std::wstring text(5ull * length + 1, L'\0');
+            WSPrintBinary(data, length, text.data(), static_cast<unsigned>(text.size()));
+            text.resize(5ull * length);
+            return text;
+        }
+        case kTypeQword: {
+            wchar_t text[19] = L"0x0000000000000000";
+            WSPrintQWORD(word(8), text, 19);
+            return text;
+        }
+        case kTypeDword: {
+            wchar_t text[11] = L"0x00000000";
+            WSPrintDWORD(static_cast<std::uint32_t>(word(4)), text, 11);
+            return text;
+        }
+        case kTypeBoolean: {
+            const std::uint64_t flag = word(4);
+            return flag == 0 ? L"False" : flag == 1 ? L"True" : L"";
+        }
+        default: {
+            std::wstring text(length / sizeof(wchar_t), L'\0');
+            if (!text.empty())
+                std::memcpy(text.data(), data, text.size() * sizeof(wchar_t));
+            return text.substr(0, text.find(L'\0'));
+        }
+    }
+}
+
+void WriteDocument(const Customisations& root, bool placeholders, Utf16Writer& out) {
+    out << L"<?xml version=\"1.0\" encoding=\"utf-16\"?>\n";
+    out << L"<customisations";
+    out.Attribute(L"Format", root.strFormat).Attribute(L"Release", root.strRelease) << L">\n";
+
+    bool opened = false;
+    for (const Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
+        if (area->lpProperties == nullptr && !placeholders)
+            continue;
+        if (!opened)
+            out << L"\t<properties>\n";
+        opened = true;
+        out << L"\t\t<area";
+        out.Attribute(L"Name", DriverName(area->lpDriver))
+                .Attribute(L"Privacy", area->lpDriver ? PrivacyName(area->lpDriver->iPrivacy) : L"")
+            << L">\n";
+        for (const Property* property = area->lpProperties; property != nullptr;
+             property = property->lpNext) {
+            out << L"\t\t\t<property";
+            out.Attribute(L"Type", TypeName(property->iType));
+            if (HasText(property->strSet))
+                out.Attribute(L"Set", property->strSet);
+            out << L">";
+            out.Escaped(property->strName) << L"</property>\n";
+        }
+        out << L"\t\t</area>\n";
+    }
+    if (opened)
+        out << L"\t</properties>\n";
+
+    opened = false;
+    for (const Profile* profile = root.lpProfiles; profile != nullptr; profile = profile->lpNext) {
+        if (profile->lpValues == nullptr && !placeholders)
+            continue;
+        if (!opened)
+            out << L"\t<profiles>\n";
+        opened = true;
+        out << L"\t\t<profile";
+        out.Attribute(L"Area", DriverName(profile->lpDriver))
+            .Attribute(L"Usage", profile->strUsage);
+        if (HasText(profile->strNotes))
+            out.Attribute(L"Notes", profile->strNotes);
+        out << L">\n";
+        for (const Value* value = profile->lpValues; value != nullptr; value = value->lpNext) {
+            out << L"\t\t\t<value";
+            out.Attribute(L"Property", value->lpProperty ? value->lpProperty->strName : nullptr)
+                << L">";
+            out.Escaped(ValueText(*value).c_str()) << L"</value>\n";
+        }
+        out << L"\t\t</profile>\n";
+    }
+    if (opened)
+        out << L"\t</profiles>\n";
+
+    opened = false;
+    for (const Application* application = root.lpApplications; application != nullptr;
+         application = application->lpNext) {
+        if (!opened)
+            out << L"\t<applications>\n";
+        opened = true;
+        out << L"\t\t<application";
+        if (HasText(application->strTitle))
+            out.Attribute(L"Title", application->strTitle);
+        if (HasText(application->strFile))
+            out.Attribute(L"File", application->strFile);
+        if (HasText(application->strVersion))
+            out.Attribute(L"Version", application->strVersion);
+        if (HasText(application->strPath))
+            out.Attribute(L"Path", application->strPath);
+        out << L">\n";
+        for (const Use* use = application->lpUses; use != nullptr; use = use->lpNext) {
+            out << L"\t\t\t<use";
+            out.Attribute(L"Area", DriverName(use->lpDriver)) << L">";
+            out.Escaped(use->strProfile) << L"</use>\n";
+        }
+        out << L"\t\t</application>\n";
+    }
+    if (opened)
+        out << L"\t</applications>\n";
+    out << L"</customisations>\n";
+}
+
+}  // namespace
+
+std::string ReverseXmlBytes(const Customisations& root, int placeholders) {
+    Utf16Writer out;
+    WriteDocument(root, placeholders == 1, out);
+    return out.bytes();
+}
+
+int ReverseToXml(int database, int placeholders, const char* path) {
+    if (database < kSystemDatabase || database > kOemDatabase) {
+        return -1;
+    }
+    Customisations root{};
+    const int result = Call_ZEL_ApplicationProfiles_GetCustomization(database, &root);
+    if (result != 0) {
+        return result;
+    }
+    const std::string bytes = ReverseXmlBytes(root, placeholders);
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "wb"), std::fclose);
+    if (!file) {
+        return -1;
+    }
+    if (std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
+        return -1;
+    }
+    return std::fflush(file.get()) == 0 ? 0 : -1;
+}
 
 }  // namespace qk

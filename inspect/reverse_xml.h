@@ -1,9 +1,21 @@
 #pragma once
 
+#include <string>
+
 namespace qk {
 
+struct Customisations;
+
+constexpr int kSystemDatabase = 0;
+constexpr int kOemDatabase = 2;
+
 // Fetches database (0 system, 1 user, 2 OEM) from the display-control library and
-// writes it as customisation XML to path. 0 on success.
+// writes it as customisation XML (UTF-16LE with byte-order mark) to path. 0 on
+// success; -1 for an unknown database or a file that cannot be written; the
+// library's result when the fetch fails (then no file is touched).
 int ReverseToXml(int database, int placeholders, const char* path);
+
+// The XML document for a fetched tree, as the bytes ReverseToXml writes.
+std::string ReverseXmlBytes(const Customisations& root, int placeholders);
 
 }  // namespace qk

@@ -20,9 +20,13 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-fs::path SourceDir() { return Example("").parent_path().parent_path(); }
+fs::path SourceDir() {
+    return Example("").parent_path().parent_path();
+}
 
-std::string Document(const std::string& relative) { return ReadFile(SourceDir() / relative); }
+std::string Document(const std::string& relative) {
+    return ReadFile(SourceDir() / relative);
+}
 
 // The body of the first fenced block of the given language after a marker text.
 std::string FencedBlock(const std::string& document, const std::string& language,
@@ -41,7 +45,8 @@ std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
-        if (!line.empty()) lines.push_back(line);
+        if (!line.empty())
+            lines.push_back(line);
     }
     return lines;
 }
@@ -49,7 +54,8 @@ std::vector<std::string> Lines(const std::string& text) {
 std::vector<std::string> Words(const std::string& line) {
     std::vector<std::string> words;
     std::istringstream in(line);
-    for (std::string word; in >> word;) words.push_back(word);
+    for (std::string word; in >> word;)
+        words.push_back(word);
     return words;
 }
 
@@ -61,7 +67,8 @@ RunResult RunDocumented(const fs::path& dir, const std::string& line) {
     while (!words.empty() && words.front().find('=') != std::string::npos) {
         const std::string& word = words.front();
         std::string value = word.substr(word.find('=') + 1);
-        if (value == "build/simulator") value = (BuildDir() / "simulator").string();
+        if (value == "build/simulator")
+            value = (BuildDir() / "simulator").string();
         env[word.substr(0, word.find('='))] = value;
         words.erase(words.begin());
     }
@@ -73,7 +80,8 @@ RunResult RunDocumented(const fs::path& dir, const std::string& line) {
 TEST(DocsCli, TheReadmeFirstSessionWorks) {
     ScratchDir dir;
     fs::create_directory_symlink(SourceDir() / "examples", dir / "examples");
-    for (const std::string& line : Lines(FencedBlock(Document("README.md"), "sh", "## A first session"))) {
+    for (const std::string& line :
+         Lines(FencedBlock(Document("README.md"), "sh", "## A first session"))) {
         if (line.rfind("mkdir", 0) == 0) {
             fs::create_directories(dir / "installed");
             fs::copy_file(dir / "system.blb", dir / "installed" / "system.blb");
@@ -130,7 +138,8 @@ TEST(DocsCli, TheAnnotatedBlobIsWhatTheToolWrites) {
     const std::size_t timeFirst = 92 + 8 * 2 + 4 * 2;
     const std::size_t timeEnd = 92 + 8 * 2 + 4 * 15;
     for (std::size_t i = 0; i < blob.size(); ++i) {
-        if (i >= timeFirst && i < timeEnd) continue;
+        if (i >= timeFirst && i < timeEnd)
+            continue;
         EXPECT_EQ(static_cast<std::uint8_t>(blob[i]), documented[i]) << "byte " << i;
     }
 }
@@ -147,16 +156,19 @@ TEST(DocsCli, TheManualPageExamplesRun) {
     fs::create_directories(dir / "profiles.d");
     fs::copy_file(Example("system.xml"), dir / "profiles.d" / "system.xml");
     fs::create_directories(dir / "installed");
-    ASSERT_EQ(RunQuillard(dir.path(), {"-s", "system.xml", "-b", "installed/system.blb"}).status, 0);
+    ASSERT_EQ(RunQuillard(dir.path(), {"-s", "system.xml", "-b", "installed/system.blb"}).status,
+              0);
     const std::map<std::string, std::string> env = {
         {"LD_LIBRARY_PATH", (BuildDir() / "simulator").string()},
         {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
 
     int examples = 0;
     for (std::string line : Lines(page)) {
-        if (line.rfind(".B quillard", 0) != 0) continue;
+        if (line.rfind(".B quillard", 0) != 0)
+            continue;
         line = line.substr(3);
-        for (std::size_t at; (at = line.find("\\-")) != std::string::npos;) line.erase(at, 1);
+        for (std::size_t at; (at = line.find("\\-")) != std::string::npos;)
+            line.erase(at, 1);
         std::vector<std::string> words = Words(line);
         words.erase(words.begin());
         RunResult run = RunQuillard(dir.path(), words, env);
