@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <unordered_set>
 
 namespace qk {
 
@@ -12,15 +13,37 @@ ZelProfileExistFn ZEL_ApplicationProfiles_Profile_Exist = nullptr;
 ZelDriverAreaPrivacyGetFn ZEL_ApplicationProfiles_DriverAreaPrivacy_Get = nullptr;
 ZelPropertyTypeGetFn ZEL_ApplicationProfiles_PropertyType_Get = nullptr;
 
+namespace {
+
+// Every block handed to the library, so its answers can be released together.
+std::unordered_set<void*>& Blocks() {
+    static std::unordered_set<void*> blocks;
+    return blocks;
+}
+
+}  // namespace
+
 void* ZEL_Main_Memory_Alloc(unsigned int size) {
-    return std::malloc(size);
+    void* block = std::malloc(size == 0 ? 1 : size);
+    if (block != nullptr) {
+        Blocks().insert(block);
+    }
+    return block;
 }
 
 void ZEL_Main_Memory_Free(void** block) {
     if (block != nullptr && *block != nullptr) {
+        Blocks().erase(*block);
         std::free(*block);
         *block = nullptr;
     }
+}
+
+void ReleaseLibraryAnswers() {
+    for (void* block : Blocks()) {
+        std::free(block);
+    }
+    Blocks().clear();
 }
 
 namespace {

@@ -7,6 +7,8 @@ namespace qk {
 // The memory callback handed to the library: a plain heap block (not tracked).
 void* ZEL_Main_Memory_Alloc(unsigned int size);
 void ZEL_Main_Memory_Free(void** block);
+// Frees every block the library took through the callback (its answers are then gone).
+void ReleaseLibraryAnswers();
 
 // Resolved anew by every bridge call.
 extern ZelSystemReloadFn ZEL_ApplicationProfiles_System_Reload;

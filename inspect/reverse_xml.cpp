@@ -241,6 +241,7 @@ int ReverseToXml(int database, int placeholders, const char* path) {
         return result;
     }
     const std::string bytes = ReverseXmlBytes(root, placeholders);
+    ReleaseLibraryAnswers();  // the fetched tree is not needed once the text exists
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "wb"), std::fclose);
     if (!file) {
         return -1;
