@@ -15,6 +15,9 @@ ZelPropertyTypeGetFn ZEL_ApplicationProfiles_PropertyType_Get = nullptr;
 
 namespace {
 
+// The library the bridge loads; tests point it at a variant build by path.
+const char* g_lpLibraryName = kDisplayControlLibrary;
+
 // Every block handed to the library, so its answers can be released together.
 std::unordered_set<void*>& Blocks() {
     static std::unordered_set<void*> blocks;
@@ -37,6 +40,10 @@ void ZEL_Main_Memory_Free(void** block) {
         std::free(*block);
         *block = nullptr;
     }
+}
+
+void SetDisplayControlLibrary(const char* name) {
+    g_lpLibraryName = name != nullptr ? name : kDisplayControlLibrary;
 }
 
 void ReleaseLibraryAnswers() {
@@ -85,7 +92,7 @@ constexpr Entry kPropertyTypeGet = {"ZEL_ApplicationProfiles_PropertyType_Get",
 // never closed; the loader keeps one copy however often it is opened.
 template <typename Fn, typename Store, typename Call>
 int CallLibrary(const Entry& entry, Store store, Call call) {
-    void* library = dlopen(kDisplayControlLibrary, RTLD_LAZY | RTLD_GLOBAL);
+    void* library = dlopen(g_lpLibraryName, RTLD_LAZY | RTLD_GLOBAL);
     if (library == nullptr) {
         return -1;
     }

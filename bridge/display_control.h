@@ -10,6 +10,10 @@ void ZEL_Main_Memory_Free(void** block);
 // Frees every block the library took through the callback (its answers are then gone).
 void ReleaseLibraryAnswers();
 
+// Which library the bridge loads: "libvexzelxx.so" through the loader's search
+// path unless a test names another file (null restores the default).
+void SetDisplayControlLibrary(const char* name);
+
 // Resolved anew by every bridge call.
 extern ZelSystemReloadFn ZEL_ApplicationProfiles_System_Reload;
 extern ZelProfileExistFn ZEL_ApplicationProfiles_Profile_Exist;

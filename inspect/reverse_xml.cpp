@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "app/progress_log.h"
 #include "bridge/display_control.h"
 #include "text/value_text.h"
 #include "xmlinput/customisation.h"
@@ -108,7 +109,8 @@ std::wstring ValueText(const Value& value) {
     const std::int32_t type = value.lpProperty ? value.lpProperty->iType : kTypeUnknown;
     auto word = [&](std::size_t bytes) {
         std::uint64_t number = 0;
-        std::memcpy(&number, data, length < bytes ? length : bytes);
+        if (length != 0)  // no data at all may come as a null block
+            std::memcpy(&number, data, length < bytes ? length : bytes);
         return number;
     };
     switch (type) {
@@ -133,9 +135,11 @@ std::wstring ValueText(const Value& value) {
             return flag == 0 ? L"False" : flag == 1 ? L"True" : L"";
         }
         default: {
-            std::wstring text(length / sizeof(wchar_t), L'\0');
-            if (!text.empty())
-                std::memcpy(text.data(), data, text.size() * sizeof(wchar_t));
+            // The bytes go into zeroed units, so trailing bytes of a partial unit
+            // still make a character and the text ends at the first zero unit.
+            std::wstring text((length + sizeof(wchar_t) - 1) / sizeof(wchar_t), L'\0');
+            if (length != 0)
+                std::memcpy(text.data(), data, length);
             return text.substr(0, text.find(L'\0'));
         }
     }
@@ -238,18 +242,18 @@ int ReverseToXml(int database, int placeholders, const char* path) {
     Customisations root{};
     const int result = Call_ZEL_ApplicationProfiles_GetCustomization(database, &root);
     if (result != 0) {
+        ReleaseLibraryAnswers();  // whatever the library took before it failed
         return result;
     }
     const std::string bytes = ReverseXmlBytes(root, placeholders);
     ReleaseLibraryAnswers();  // the fetched tree is not needed once the text exists
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "wb"), std::fclose);
-    if (!file) {
+    if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
+        std::fflush(file.get()) != 0) {
+        LogFormat(L"ERROR, Unable to write XML file: - %s\n", path);
         return -1;
     }
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) {
-        return -1;
-    }
-    return std::fflush(file.get()) == 0 ? 0 : -1;
+    return 0;
 }
 
 }  // namespace qk

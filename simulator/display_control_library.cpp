@@ -42,16 +42,28 @@ qk::ZelMemoryAlloc g_allocate = nullptr;
     return qk::sim::LoadInstalledDatabase(path + kFiles[database]);
 }
 
+// The caller's memory callback gave nothing; the fetch fails with an error code.
+struct OutOfMemory {};
+
+void* NewBlock(std::size_t bytes) {
+    if (bytes > 0xFFFFFFFFu) {
+        throw OutOfMemory{};
+    }
+    void* block = g_allocate(static_cast<unsigned>(bytes));
+    if (block == nullptr) {
+        throw OutOfMemory{};
+    }
+    std::memset(block, 0, bytes);
+    return block;
+}
+
 template <typename T>
 T* New() {
-    void* block = g_allocate(sizeof(T));
-    std::memset(block, 0, sizeof(T));
-    return static_cast<T*>(block);
+    return static_cast<T*>(NewBlock(sizeof(T)));
 }
 
 wchar_t* NewText(const std::wstring& text) {
-    auto* copy = static_cast<wchar_t*>(
-        g_allocate(static_cast<unsigned>((text.size() + 1) * sizeof(wchar_t))));
+    auto* copy = static_cast<wchar_t*>(NewBlock((text.size() + 1) * sizeof(wchar_t)));
     std::wmemcpy(copy, text.c_str(), text.size() + 1);
     return copy;
 }
@@ -90,13 +102,11 @@ std::string Narrow(const std::wstring& text) {
         Append(root->lpAreas, lastArea, area);
     }
     auto driverOf = [&](std::uint32_t driverPosition) -> Area* {
-        std::size_t index = 0;
         Area* area = root->lpAreas;
         for (const auto& installed : database.areas) {
             if (installed.driverPosition == driverPosition)
                 return area;
             area = area->lpNext;
-            ++index;
         }
         return nullptr;
     };
@@ -116,10 +126,10 @@ std::string Narrow(const std::wstring& text) {
         for (const auto& installedValue : installed.values) {
             auto* value = New<Value>();
             // Room for a terminator after text data, which carries none of its own.
-            value->lpData =
-                g_allocate(static_cast<unsigned>(installedValue.datum.size() + sizeof(wchar_t)));
-            std::memset(value->lpData, 0, installedValue.datum.size() + sizeof(wchar_t));
-            std::memcpy(value->lpData, installedValue.datum.data(), installedValue.datum.size());
+            value->lpData = NewBlock(installedValue.datum.size() + sizeof(wchar_t));
+            if (!installedValue.datum.empty())
+                std::memcpy(value->lpData, installedValue.datum.data(),
+                            installedValue.datum.size());
             value->iDataLength = static_cast<std::uint32_t>(installedValue.datum.size());
             for (Property* property = area ? area->lpProperties : nullptr; property != nullptr;
                  property = property->lpNext) {
@@ -203,7 +213,11 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_GetCustomizat
     if (!installed) {
         return -2;  // the database file is not a readable blob
     }
-    FillTree(*installed, root);
+    try {
+        FillTree(*installed, root);
+    } catch (const OutOfMemory&) {
+        return -4;  // the blocks taken so far stay with the caller's allocator
+    }
     return 0;
 }
 #endif

@@ -81,6 +81,40 @@ TEST_F(InstalledSet, EveryBridgeMessage) {
     }
 }
 
+// The three queries of a user run: each attribute of the profile asks for the
+// area's privacy, and so does the use while the area stays refused; the value
+// asks for its property's type; the use asks whether the system profile exists.
+TEST_F(InstalledSet, EveryQueryMessageInAUserRun) {
+    const std::string privacy = "ZEL_ApplicationProfiles_DriverAreaPrivacy_Get";
+    const std::string type = "ZEL_ApplicationProfiles_PropertyType_Get";
+    const std::string exist = "ZEL_ApplicationProfiles_Profile_Exist";
+    auto thrice = [](const std::string& text) { return text + text + text; };
+    struct Case {
+        std::string fail;
+        std::string variant;
+        std::string out;
+    };
+    const Case cases[] = {
+        {"", "", ""},
+        {"", privacy, thrice("Fail to get ZEL_APPLICATIONPROFILES_DRIVERAREA_GET handle!")},
+        {privacy, "", thrice(privacy + " failed.")},
+        {"", type, "Fail to get ZEL_APPLICATIONPROFILES_PROPERTYTYPE handle!"},
+        {type, "", type + " failed."},
+        {"", exist,
+         "Fail to get ZEL_APPLICATIONPROFILES_PROFILE_EXIST handle!" + exist + " failed!"},
+        {exist, "", exist + " failed." + exist + " failed!"},
+        {"ZEL_Main_Control_Create", "", thrice("ZEL Initialization error!")},
+        {"ZEL_Main_Control_Destroy", "", thrice("ZEL Destroy error!") + "ZEL Destroy error!"},
+    };
+    for (const auto& c : cases) {
+        RunResult run =
+            Run({"-u", "-s", TestData("bridge/user_queries.xml").string(), "-b", "user.blb"},
+                c.fail, c.variant);
+        EXPECT_EQ(run.status, 0) << c.fail << c.variant;
+        EXPECT_EQ(run.out, c.out) << c.fail << c.variant;
+    }
+}
+
 TEST_F(InstalledSet, WithoutTheLibraryEveryCallFailsSilently) {
     RunResult reverse = RunQuillard(dir_.path(), {"-r", "-sys", "-s", "out.xml"},
                                     {{"LD_LIBRARY_PATH", "/nonexistent"}});
@@ -92,48 +126,51 @@ TEST_F(InstalledSet, WithoutTheLibraryEveryCallFailsSilently) {
     EXPECT_EQ(reload.out, "");
 }
 
-TEST_F(InstalledSet, UserFilesAreCheckedAgainstTheInstalledSet) {
-    RunResult run = Run({"-u", "-s", TestData("bridge/user_privacy.xml").string(), "-b", "user.blb",
-                         "-l", "user.log"});
-    ASSERT_EQ(run.status, 0);
-    const std::string log = ReadFile(dir_ / "user.log");
-    for (const char* line : {
-             "ERROR, The profile overriding/modifying is not allowed by the area HYDynamic privacy "
-             "setting\n",
-             "ERROR, The profile overriding/modifying is not allowed by the area VideoPost privacy "
-             "setting\n",
-             "ERROR, Area Ghost refered by profile is missing in System blob\n",
-             "XML ERROR, NOMM-HYDynamic Area disallows application adding/overriding \n",
-             "XML ERROR, VideoPost Area disallows application adding/overriding \n",
-             "ERROR, Area Ghost refered by application lost.exe is missing in System blob\n",
-             "XML ERROR, Application Nowhere use doesn't refer to an existing area HYDynamic "
-             "profile NoSuchProfile\n",
-         }) {
-        EXPECT_THAT(log, HasSubstr(line));
-    }
-    EXPECT_THAT(run.out, HasSubstr("ZEL_ApplicationProfiles_DriverAreaPrivacy_Get failed."));
+TEST_F(InstalledSet, UserAndOemFilesAreCheckedAgainstTheInstalledSet) {
+    for (const char* kind : {"-u", "-oem"}) {
+        SCOPED_TRACE(kind);
+        RunResult run = Run({kind, "-s", TestData("bridge/user_privacy.xml").string(), "-b",
+                             "user.blb", "-l", "user.log"});
+        ASSERT_EQ(run.status, 0);
+        const std::string log = ReadFile(dir_ / "user.log");
+        for (const char* line : {
+                 "ERROR, The profile overriding/modifying is not allowed by the area HYDynamic "
+                 "privacy setting\n",
+                 "ERROR, The profile overriding/modifying is not allowed by the area VideoPost "
+                 "privacy setting\n",
+                 "ERROR, Area Ghost refered by profile is missing in System blob\n",
+                 "XML ERROR, NOMM-HYDynamic Area disallows application adding/overriding \n",
+                 "XML ERROR, VideoPost Area disallows application adding/overriding \n",
+                 "ERROR, Area Ghost refered by application lost.exe is missing in System blob\n",
+                 "XML ERROR, Application Nowhere use doesn't refer to an existing area HYDynamic "
+                 "profile NoSuchProfile\n",
+             }) {
+            EXPECT_THAT(log, HasSubstr(line));
+        }
+        EXPECT_THAT(run.out, HasSubstr("ZEL_ApplicationProfiles_DriverAreaPrivacy_Get failed."));
 
-    const unit::DecodedBlob blob = unit::DecodeBlobFile((dir_ / "user.blb").string());
-    ASSERT_TRUE(blob.ok());
-    // Only the area something still refers to stays; its properties come with the
-    // types of the installed set.
-    ASSERT_EQ(blob.drivers.size(), 1u);
-    EXPECT_EQ(blob.drivers[0].name, L"Lumen3D");
-    ASSERT_EQ(blob.properties.size(), 2u);
-    EXPECT_EQ(blob.properties[0].name, L"AnisoLevel");
-    EXPECT_EQ(blob.properties[0].type, 3u);
-    EXPECT_EQ(blob.properties[1].name, L"OverlayText");
-    EXPECT_EQ(blob.properties[1].type, 6u);
-    const unit::DecodedProfile* mine = blob.FindProfile(L"MyCrisp", L"Lumen3D");
-    ASSERT_NE(mine, nullptr);
-    EXPECT_EQ(mine->values.size(), 2u);
-    // A use of an installed profile brings a placeholder profile without values.
-    const unit::DecodedProfile* placeholder = blob.FindProfile(L"FastFrames", L"Lumen3D");
-    ASSERT_NE(placeholder, nullptr);
-    EXPECT_TRUE(placeholder->values.empty());
-    ASSERT_EQ(blob.applications.size(), 2u);
-    EXPECT_EQ(blob.applications[0].title, L"Racer Too");
-    EXPECT_EQ(blob.applications[1].title, L"Sharp Too");
+        const unit::DecodedBlob blob = unit::DecodeBlobFile((dir_ / "user.blb").string());
+        ASSERT_TRUE(blob.ok());
+        // Only the area something still refers to stays; its properties come with the
+        // types of the installed set.
+        ASSERT_EQ(blob.drivers.size(), 1u);
+        EXPECT_EQ(blob.drivers[0].name, L"Lumen3D");
+        ASSERT_EQ(blob.properties.size(), 2u);
+        EXPECT_EQ(blob.properties[0].name, L"AnisoLevel");
+        EXPECT_EQ(blob.properties[0].type, 3u);
+        EXPECT_EQ(blob.properties[1].name, L"OverlayText");
+        EXPECT_EQ(blob.properties[1].type, 6u);
+        const unit::DecodedProfile* mine = blob.FindProfile(L"MyCrisp", L"Lumen3D");
+        ASSERT_NE(mine, nullptr);
+        EXPECT_EQ(mine->values.size(), 2u);
+        // A use of an installed profile brings a placeholder profile without values.
+        const unit::DecodedProfile* placeholder = blob.FindProfile(L"FastFrames", L"Lumen3D");
+        ASSERT_NE(placeholder, nullptr);
+        EXPECT_TRUE(placeholder->values.empty());
+        ASSERT_EQ(blob.applications.size(), 2u);
+        EXPECT_EQ(blob.applications[0].title, L"Racer Too");
+        EXPECT_EQ(blob.applications[1].title, L"Sharp Too");
+    }
 }
 
 // A decoded blob as text, positions left out: what a round trip must keep.
