@@ -11,6 +11,7 @@
 #include "app/tracked_memory.h"
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
+#include "text/utf8.h"
 #include "xmlinput/xml_discovery.h"
 
 namespace qk {
@@ -190,43 +191,6 @@ int printVersionString() {
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fflush(stdout);
     return 0;
-}
-
-std::string EncodeUtf8(const wchar_t* text) {
-    std::string out;
-    if (text == nullptr) {
-        return out;
-    }
-    for (const wchar_t* unit = text; *unit != L'\0'; ++unit) {
-        auto c = static_cast<std::uint32_t>(*unit);
-        if (c >= 0xD800 && c <= 0xDBFF) {
-            const auto low = static_cast<std::uint32_t>(unit[1]);
-            if (low >= 0xDC00 && low <= 0xDFFF) {
-                c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-                ++unit;
-            } else {
-                c = 0xFFFD;
-            }
-        } else if ((c >= 0xDC00 && c <= 0xDFFF) || c > 0x10FFFF) {
-            c = 0xFFFD;
-        }
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
 }
 
 void SetBlobWriterForTests(BlobWriter writer) {

@@ -23,10 +23,6 @@ long LoadBlobImage(const char* path);
 // -v: prints the version string stored in quillard.blb; returns 0.
 int printVersionString();
 
-// Wide text (UTF-16 code units in wide units, as the reader widens it) as
-// UTF-8; a pair of surrogates gives one character, anything unencodable U+FFFD.
-std::string EncodeUtf8(const wchar_t* text);
-
 // Test hook: replaces the one write of the blob's bytes (nullptr restores fwrite).
 using BlobWriter = std::size_t (*)(const void* bytes, std::size_t count, std::FILE* file);
 void SetBlobWriterForTests(BlobWriter writer);

@@ -1,5 +1,7 @@
 #include "xmlinput/xml_load.h"
 
+#include "text/utf8.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -43,24 +45,6 @@ bool ReadWholeFile(const char* path, std::string& bytes) {
     const bool failed = std::ferror(file) != 0;
     std::fclose(file);
     return !failed;
-}
-
-void AppendUtf8(std::string& out, std::uint32_t point) {
-    if (point < 0x80) {
-        out.push_back(static_cast<char>(point));
-    } else if (point < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (point >> 6)));
-        out.push_back(static_cast<char>(0x80 | (point & 0x3F)));
-    } else if (point < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (point >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (point & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (point >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((point >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (point & 0x3F)));
-    }
 }
 
 // The file's text as UTF-8 (Mini-XML hands names over in UTF-8). False for a

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace qk {
+
+// Appends one character as UTF-8; surrogates and values beyond U+10FFFF become U+FFFD.
+void AppendUtf8(std::string& out, std::uint32_t point);
+
+// Wide text as UTF-8 into out (replacing its content). Texts widened from XML hold
+// UTF-16 surrogate pairs, which are joined into one character; a lone surrogate
+// becomes U+FFFD. A null text gives an empty string.
+void EncodeUtf8(const wchar_t* text, std::string& out);
+std::string EncodeUtf8(const wchar_t* text);
+
+}  // namespace qk
