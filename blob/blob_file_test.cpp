@@ -1,4 +1,5 @@
 #include "blob/blob_file.h"
+#include "text/utf8.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
