@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 
 namespace qk {
@@ -25,6 +26,11 @@ void ProgressLog(const wchar_t* text, int mode);
 void LogFormat(const wchar_t* format, ...);
 // The same with the buffer's full size as the bound.
 void LogFormatLong(const wchar_t* format, ...);
+
+// Formats what the log's messages use (%d %u %x %X with a width and l/ll, %ls,
+// %lc, ASCII %s, %%) exactly as vswprintf would, cut at the bound. False, with
+// nothing promised about out, for any other conversion; vswprintf then does it.
+bool FormatLogLine(wchar_t* out, std::size_t bound, const wchar_t* format, va_list arguments);
 
 void SetCreateLog(int on);
 // Stores the -l name; returns false when it does not fit.

@@ -1,7 +1,10 @@
 #include "app/tracked_memory.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <vector>
 
 #include "app/fatal_exit.h"
 #include "app/progress_log.h"
@@ -18,6 +21,73 @@ namespace {
 constexpr int kRegistryStep = 8192;
 HeapAllocator g_heapAllocator = nullptr;
 
+// Blocks are never freed one by one, so small ones are carved in order from
+// large zero-filled chunks: one heap call per chunk instead of one per block,
+// and the sweep frees chunks. Large blocks, the test hook and sanitizer builds
+// (which must see each block's own bounds) take one heap block each.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
+constexpr std::size_t kChunkBytes = std::size_t{256} * 1024;
+constexpr std::size_t kLargestCarved = kChunkBytes / 16;
+constexpr std::size_t kAlignment = alignof(std::max_align_t);
+
+// Everything the sweep hands back to the heap: chunks and separate blocks.
+std::vector<void*> g_heapBlocks;
+unsigned char* g_chunkNext = nullptr;
+std::size_t g_chunkLeft = 0;
+
+void* HeapBlock(std::size_t bytes) {
+    void* block = g_heapAllocator ? g_heapAllocator(1, bytes) : std::calloc(1, bytes);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    try {
+        g_heapBlocks.push_back(block);
+    } catch (const std::bad_alloc&) {
+        std::free(block);
+        return nullptr;
+    }
+    return block;
+}
+
+void* NewBlock(std::size_t bytes) {
+    if (kSanitized || g_heapAllocator != nullptr || bytes > kLargestCarved) {
+        return HeapBlock(bytes);
+    }
+    const std::size_t rounded = (bytes + kAlignment - 1) & ~(kAlignment - 1);
+    if (rounded > g_chunkLeft) {
+        void* chunk = HeapBlock(kChunkBytes);
+        if (chunk == nullptr) {
+            return nullptr;
+        }
+        g_chunkNext = static_cast<unsigned char*>(chunk);
+        g_chunkLeft = kChunkBytes;
+    }
+    void* block = g_chunkNext;
+    g_chunkNext += rounded;
+    g_chunkLeft -= rounded;
+    return block;
+}
+
+void ReleaseHeapBlocks() {
+    for (void* block : g_heapBlocks) {
+        std::free(block);
+    }
+    g_heapBlocks.clear();
+    g_chunkNext = nullptr;
+    g_chunkLeft = 0;
+}
+
 [[noreturn]] void OutOfMemoryExit() {
     ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
     FreeAll();
@@ -29,7 +99,7 @@ HeapAllocator g_heapAllocator = nullptr;
 void* Allocate(std::uint32_t size) {
     // A zero-byte request still yields a distinct, registered block.
     const std::size_t bytes = size == 0 ? 1 : size;
-    void* block = g_heapAllocator ? g_heapAllocator(1, bytes) : std::calloc(1, bytes);
+    void* block = NewBlock(bytes);
     if (block == nullptr) {
         OutOfMemoryExit();
     }
@@ -40,8 +110,8 @@ void* Allocate(std::uint32_t size) {
         void* grown = std::realloc(g_pAllBuffers, slots * sizeof(void*));
         if (grown == nullptr) {
             ProgressLog(L"Increase buffer size FAILED.\n", 0);
-            // The block cannot be registered without writing past the registry.
-            std::free(block);
+            // The block cannot be registered without writing past the registry;
+            // it stays with the heap blocks that the sweep frees.
             OutOfMemoryExit();
         }
         g_pAllBuffers = static_cast<void**>(grown);
@@ -54,9 +124,9 @@ void* Allocate(std::uint32_t size) {
 
 void FreeAll() {
     for (int slot = 0; slot < g_iTotalbuffers; ++slot) {
-        std::free(g_pAllBuffers[slot]);
         g_pAllBuffers[slot] = nullptr;
     }
+    ReleaseHeapBlocks();
     ProgressLog(L"DONE, FreeAll()\n", 0);
 }
 
@@ -76,9 +146,7 @@ void SetHeapAllocatorForTests(HeapAllocator allocator) {
 }
 
 void ResetTrackedMemory() {
-    for (int slot = 0; slot < g_iTotalbuffers; ++slot) {
-        std::free(g_pAllBuffers[slot]);
-    }
+    ReleaseHeapBlocks();
     std::free(g_pAllBuffers);
     g_pAllBuffers = nullptr;
     g_iTotalbuffers = 0;

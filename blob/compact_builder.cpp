@@ -136,7 +136,7 @@ void WriteDrivers(Customisations& root) {
     for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
         if (area->lpDriver != nullptr) {
             Driver& driver = *area->lpDriver;
-            driver.iBlobPos = DriverAdd(FindStrings(driver.strName), driver.iPrivacy);
+            driver.iBlobPos = DriverAdd(driver.refName, driver.iPrivacy);
         }
     }
 }
@@ -146,8 +146,7 @@ void WriteProperties(Customisations& root) {
     for (Area* area = root.lpAreas; area != nullptr; area = area->lpNext) {
         for (Property* property = area->lpProperties; property != nullptr;
              property = property->lpNext) {
-            property->iBlobPos = PropertyAdd(property->iType, FindStrings(property->strName),
-                                             FindStrings(property->strSet));
+            property->iBlobPos = PropertyAdd(property->iType, property->refName, property->refSet);
         }
     }
 }
@@ -179,8 +178,8 @@ void WriteAreas(Customisations& root) {
 void WriteProfiles(Customisations& root) {
     ProfileInitialise();
     for (Profile* profile = root.lpProfiles; profile != nullptr; profile = profile->lpNext) {
-        const StringRef name = FindStrings(profile->strUsage);
-        const StringRef notes = FindStrings(profile->strNotes);
+        const StringRef name = profile->refUsage;
+        const StringRef notes = profile->refNotes;
         PrintStrings(name.pos, name.len, L"Create compact, Profile");
         if (profile->lpDriver == nullptr) {
             ProgressLog(L"ERROR, Profile NULL, not adding Profile, OK for USER file", 0);
@@ -224,10 +223,10 @@ void WriteApplications(Customisations& root) {
     ApplicationInitialise();
     for (Application* application = root.lpApplications; application != nullptr;
          application = application->lpNext) {
-        const StringRef title = FindStrings(application->strTitle);
-        const StringRef file = FindStrings(application->strFile);
-        const StringRef path = FindStrings(application->strPath);
-        const StringRef version = FindStrings(application->strVersion);
+        const StringRef title = application->refTitle;
+        const StringRef file = application->refFile;
+        const StringRef path = application->refPath;
+        const StringRef version = application->refVersion;
         if (application->lpUses == nullptr) {
             ProgressLog(L"XML ERROR, APPLICATION has no valid USE.\n", 0);
             continue;
@@ -486,6 +485,7 @@ int CreateCompact() {
     BeginImage(
         format != nullptr && format[0] != L'\0' ? static_cast<std::uint32_t>(format[0]) - 0x30 : 1);
     WriteWordsTable();
+    // Every tree text's StringRef is looked up once here; the tables below use them.
     FillInterimStrings();
     Header()->refRelease = FindStrings(root.strRelease);
     WriteDrivers(root);

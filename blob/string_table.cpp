@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
@@ -27,22 +26,124 @@ namespace {
 
 constexpr int kFirstWordsRoom = 10;
 
-// Text -> entry index. The views point at the entries' tracked copies, which
-// live until the final sweep. Texts are unique, so the index gives exactly the
-// entry that a scan from the first entry would find.
-std::unordered_map<std::wstring_view, int> g_wordsIndex;
+// Text -> entry index, open addressing over entry indices with their hashes,
+// kept at most half full. Flat slots keep a lookup to about one cache line of
+// the table and one of the text; the texts are the entries' tracked copies,
+// which live until the final sweep. Texts are unique, so a lookup gives
+// exactly the entry that a scan from the first entry would find.
+class WordsIndex {
+  public:
+    void Clear() {
+        slots_.assign(slots_.size(), Slot{});
+        used_ = 0;
+    }
+
+    void Forget() {
+        slots_.clear();
+        slots_.shrink_to_fit();
+        used_ = 0;
+    }
+
+    int Find(std::wstring_view text) const {
+        if (slots_.empty()) {
+            return -1;
+        }
+        const std::uint32_t hash = Hash(text);
+        for (std::size_t at = hash & Mask();; at = (at + 1) & Mask()) {
+            const Slot& slot = slots_[at];
+            if (slot.index < 0) {
+                return -1;
+            }
+            if (slot.hash == hash && slot.length == text.size() &&
+                std::wmemcmp(g_lpWordsArray[static_cast<std::size_t>(slot.index)].text, text.data(),
+                             text.size()) == 0) {
+                return slot.index;
+            }
+        }
+    }
+
+    // Throws std::bad_alloc when the table cannot grow.
+    void Insert(std::wstring_view text, int index) {
+        if (2 * (used_ + 1) > slots_.size()) {
+            Grow(slots_.empty() ? kFirstSlots : 2 * slots_.size());
+        }
+        Place({Hash(text), static_cast<std::uint32_t>(text.size()), index});
+        ++used_;
+    }
+
+  private:
+    struct Slot {
+        std::uint32_t hash = 0;
+        std::uint32_t length = 0;
+        int index = -1;  // -1: free
+    };
+    static constexpr std::size_t kFirstSlots = 1024;
+
+    // Two code units per step with one multiply; the high half is folded into
+    // the low bits that pick the slot.
+    static std::uint32_t Hash(std::wstring_view text) {
+        constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15ULL;
+        std::uint64_t hash = text.size() * kMultiplier;
+        std::size_t at = 0;
+        for (; at + 2 <= text.size(); at += 2) {
+            std::uint64_t pair = 0;
+            std::memcpy(&pair, text.data() + at, sizeof pair);
+            hash = (hash ^ pair) * kMultiplier;
+            hash ^= hash >> 32;
+        }
+        if (at < text.size()) {
+            hash = (hash ^ static_cast<std::uint32_t>(text[at])) * kMultiplier;
+        }
+        return static_cast<std::uint32_t>(hash ^ (hash >> 29));
+    }
+    std::size_t Mask() const { return slots_.size() - 1; }
+
+    void Place(const Slot& entry) {
+        std::size_t at = entry.hash & Mask();
+        while (slots_[at].index >= 0) {
+            at = (at + 1) & Mask();
+        }
+        slots_[at] = entry;
+    }
+
+    void Grow(std::size_t size) {
+        std::vector<Slot> old(size);
+        old.swap(slots_);
+        for (const Slot& entry : old) {
+            if (entry.index >= 0) {
+                Place(entry);
+            }
+        }
+    }
+
+    std::vector<Slot> slots_;
+    std::size_t used_ = 0;
+};
+
+WordsIndex g_wordsIndex;
 
 BlobHeader* Header() {
     return reinterpret_cast<BlobHeader*>(g_lpBlob);
 }
 
+// The first two code units, in wcscmp's order: units compare as wchar_t (signed),
+// so the sign bit is flipped to order them as unsigned numbers; the terminator
+// ends the key, a shorter text sorting first. Equal keys leave the order to int_cmp.
+std::uint64_t SortKey(const wchar_t* text) {
+    const auto order = [](wchar_t unit) {
+        return static_cast<std::uint64_t>(static_cast<std::uint32_t>(unit) ^ 0x80000000U);
+    };
+    const wchar_t first = text[0];
+    const wchar_t second = first != L'\0' ? text[1] : L'\0';
+    return (order(first) << 32) | order(second);
+}
+
 void RebuildIndex() {
-    g_wordsIndex.clear();
-    g_wordsIndex.reserve(static_cast<std::size_t>(g_iWordsArrElement));
+    g_wordsIndex.Clear();
     for (int i = 0; i < g_iWordsArrElement; ++i) {
         const wchar_t* text = g_lpWordsArray[static_cast<std::size_t>(i)].text;
         if (text != nullptr) {
-            g_wordsIndex.emplace(text, i);
+            g_wordsIndex.Insert(text, i);
         }
     }
 }
@@ -66,21 +167,26 @@ int AddToWordsArray(const wchar_t* text) {
     if (text == nullptr) {
         return -1;
     }
-    wchar_t* copy = TrackedCopy(text);
-    const std::size_t length = std::wcslen(copy);
+    const std::size_t length = std::wcslen(text);
+    wchar_t* copy = TrackedCopy(text, length);
     if (length > static_cast<std::size_t>(g_iLongestString)) {
         g_iLongestString = static_cast<int>(length);
     }
-    if (auto found = g_wordsIndex.find(std::wstring_view(copy, length));
-        found != g_wordsIndex.end()) {
-        return found->second;
+    if (const int found = g_wordsIndex.Find(std::wstring_view(copy, length)); found >= 0) {
+        return found;
     }
     if (g_iWordsArrElement == g_iWordsArrAllocated && !GrowWords()) {
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
         return -1;
     }
     g_lpWordsArray.push_back({copy, {0, 0}});
-    g_wordsIndex.emplace(std::wstring_view(copy, length), g_iWordsArrElement);
+    try {
+        g_wordsIndex.Insert(std::wstring_view(copy, length), g_iWordsArrElement);
+    } catch (const std::bad_alloc&) {
+        g_lpWordsArray.pop_back();
+        ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
+        return -1;
+    }
     return ++g_iWordsArrElement;
 }
 
@@ -98,20 +204,25 @@ void PrintAll(const wchar_t* const* texts, int count) {
 void SortStringTable() {
     ProgressLog(L"START, SortStringTable.\n", 0);
     const auto count = static_cast<std::size_t>(g_iWordsArrElement);
-    // Ordinary (untracked) scratch copies; an entry without text sorts as empty
+    // Pointers to the texts are sorted, not copies; an entry without text sorts as empty
     // here and is refused below.
-    std::vector<std::wstring> sorted(count);
+    // Each carries its first two units as a key, so most comparisons are decided
+    // without reaching the texts, which lie all over memory.
+    struct Sortable {
+        std::uint64_t key;
+        const wchar_t* text;
+    };
+    std::vector<Sortable> sortable(count);
     for (std::size_t i = 0; i < count; ++i) {
-        if (g_lpWordsArray[i].text != nullptr) {
-            sorted[i] = g_lpWordsArray[i].text;
-        }
+        const wchar_t* text = g_lpWordsArray[i].text != nullptr ? g_lpWordsArray[i].text : L"";
+        sortable[i] = {SortKey(text), text};
     }
-    std::sort(sorted.begin(), sorted.end(), [](const std::wstring& a, const std::wstring& b) {
-        return int_cmp(a.c_str(), b.c_str()) < 0;
+    std::sort(sortable.begin(), sortable.end(), [](const Sortable& a, const Sortable& b) {
+        return a.key != b.key ? a.key < b.key : int_cmp(a.text, b.text) < 0;
     });
     std::vector<const wchar_t*> texts(count);
     for (std::size_t i = 0; i < count; ++i) {
-        texts[i] = sorted[i].c_str();
+        texts[i] = sortable[i].text;
     }
     PrintAll(texts.data(), g_iWordsArrElement);
     for (std::size_t i = 0; i < count; ++i) {
@@ -155,11 +266,11 @@ StringRef FindStrings(const wchar_t* text) {
     if (text == nullptr || text[0] == L'\0') {
         return g_strsEmptyString;
     }
-    auto found = g_wordsIndex.find(text);
-    if (found == g_wordsIndex.end()) {
+    const int found = g_wordsIndex.Find(text);
+    if (found < 0) {
         return g_strsEmptyString;
     }
-    return g_lpWordsArray[static_cast<std::size_t>(found->second)].ref;
+    return g_lpWordsArray[static_cast<std::size_t>(found)].ref;
 }
 
 const wchar_t* GetWordsViaOffset(std::int32_t position) {
@@ -178,7 +289,7 @@ void PrintStrings(std::uint32_t position, std::uint32_t length, const wchar_t* l
 void ResetStringTable() {
     g_lpWordsArray.clear();
     g_lpWordsArray.shrink_to_fit();
-    g_wordsIndex.clear();
+    g_wordsIndex.Forget();
     g_iWordsArrElement = 0;
     g_iWordsArrAllocated = 0;
     g_iLongestString = 0;

@@ -118,7 +118,13 @@ wchar_t* TrackedCopy(const wchar_t* text) {
     if (text == nullptr) {
         return nullptr;
     }
-    const std::size_t length = std::wcslen(text);
+    return TrackedCopy(text, std::wcslen(text));
+}
+
+wchar_t* TrackedCopy(const wchar_t* text, std::size_t length) {
+    if (text == nullptr) {
+        return nullptr;
+    }
     auto* copy =
         static_cast<wchar_t*>(Allocate(static_cast<std::uint32_t>((length + 1) * sizeof(wchar_t))));
     std::wmemcpy(copy, text, length);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace qk {
 
 // UTF-8 to wide text: a new tracked string, one wide unit per UTF-16 unit (so a
@@ -15,5 +17,7 @@ char* wctochar(const wchar_t* text);
 // A tracked private copy of exactly the text's length plus the terminator;
 // null for null.
 wchar_t* TrackedCopy(const wchar_t* text);
+// The same for a text whose length (in code units) the caller already knows.
+wchar_t* TrackedCopy(const wchar_t* text, std::size_t length);
 
 }  // namespace qk

@@ -68,7 +68,12 @@ bool WidenWord(const char* word, std::wstring& out) {
         if (narrow.size() > kMaxWideUnits) {
             return false;  // the bound that chartowc keeps for every text
         }
-        out.assign(narrow.begin(), narrow.end());
+        // Unit by unit into the reused buffer: assigning the char range would
+        // build a temporary string for every attribute and word.
+        out.resize(narrow.size());
+        for (std::size_t i = 0; i < narrow.size(); ++i) {
+            out[i] = static_cast<wchar_t>(narrow[i]);
+        }
         return true;
     }
     const wchar_t* wide = chartowc(word);

@@ -2,6 +2,8 @@
 
 #include "text/utf8.h"
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -37,24 +39,37 @@ bool ReadWholeFile(const char* path, std::string& bytes) {
     if (file == nullptr) {
         return false;
     }
-    char chunk[65536];
-    std::size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
-        bytes.append(chunk, got);
+    // Read in place at the file's size, without a bounce buffer or regrowth;
+    // a file that grew since is still read to its end.
+    struct stat info {};
+    std::size_t room = 65536;
+    if (fstat(fileno(file), &info) == 0 && info.st_size > 0) {
+        room = static_cast<std::size_t>(info.st_size) + 1;
     }
+    std::size_t filled = 0;
+    for (;;) {
+        bytes.resize(filled + room);
+        const std::size_t got = std::fread(bytes.data() + filled, 1, room, file);
+        filled += got;
+        if (got < room) {
+            break;
+        }
+    }
+    bytes.resize(filled);
     const bool failed = std::ferror(file) != 0;
     std::fclose(file);
     return !failed;
 }
 
-// The file's text as UTF-8 (Mini-XML hands names over in UTF-8). False for a
-// UTF-16 file that does not hold whole code units.
-bool DecodeToUtf8(const std::string& bytes, std::string& text) {
+// The file's text as UTF-8 (Mini-XML hands names over in UTF-8); UTF-8 bytes
+// are taken over, not copied. False for a UTF-16 file that does not hold whole
+// code units.
+bool DecodeToUtf8(std::string& bytes, std::string& text) {
     const auto byteAt = [&bytes](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
     const bool little = bytes.size() >= 2 && byteAt(0) == 0xFF && byteAt(1) == 0xFE;
     const bool big = bytes.size() >= 2 && byteAt(0) == 0xFE && byteAt(1) == 0xFF;
     if (!little && !big) {
-        text = bytes;
+        text.swap(bytes);
         return true;
     }
     if (bytes.size() % 2 != 0) {
