@@ -142,6 +142,12 @@ int WriteBinFile(char* name) {
     const std::string path = ResolveTarget(target);
     struct stat info {};
     const bool exists = stat(path.c_str(), &info) == 0;
+    // Replacing through a rename would get past a file's write protection; a
+    // file that could not be opened for writing is left alone.
+    if (exists && access(path.c_str(), W_OK) != 0) {
+        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+        return 0;
+    }
     if (exists && !S_ISREG(info.st_mode)) {
         return WriteInPlace(target, path, scratch.get(), count);
     }
@@ -163,6 +169,8 @@ long LoadBlobImage(const char* path) {
         return -1;
     }
     if (size <= 0) {
+        // The dump and -v still run over the zero image; the log says why it is empty.
+        LogFormat(L"ERROR, blob file \"%s\" is missing or empty; the image is all zero.\n", path);
         return size;
     }
     auto* bytes = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(size) + 1));
@@ -187,6 +195,10 @@ int printVersionString() {
     const wchar_t* text = release.pos <= kMaxTextPosition
                               ? GetWordsViaOffset(static_cast<std::int32_t>(release.pos))
                               : nullptr;
+    // The release must be a whole text of the Words table, as its reference says.
+    if (text == nullptr || CurrentImage().TextAt(release) == nullptr) {
+        LogFormat(L"ERROR, blob file \"%s\" holds no readable version string.\n", kDefaultBlobName);
+    }
     const std::string line = "Version string from BIN file:- " + EncodeUtf8(text) + "\n";
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fflush(stdout);

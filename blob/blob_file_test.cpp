@@ -207,6 +207,37 @@ TEST_F(BlobFileTest, VersionOfEveryTruncatedBlobIsAPrefixOrEmpty) {
     }
 }
 
+TEST_F(BlobFileTest, AVersionThatIsNotWholeIsReportedInTheLog) {
+    const std::string error =
+        "ERROR, blob file \"quillard.blb\" holds no readable version string.\n";
+    const std::size_t releaseByte = PositionToByte(FindStrings(L"8.1_20090303_1405_").pos);
+    const std::string empty =
+        "ERROR, blob file \"quillard.blb\" is missing or empty; the image is all zero.\n";
+    const struct {
+        const char* name;
+        std::string bytes;
+        bool missing;
+        bool whole;
+    } cases[] = {
+        {"missing", "", true, false},
+        {"empty", "", false, false},
+        {"header only", image_.substr(0, 92), false, false},
+        {"cut in the release", image_.substr(0, releaseByte + 8), false, false},
+        {"whole", image_, false, true},
+    };
+    for (const auto& c : cases) {
+        ProgressLog(L"", 1);
+        std::filesystem::remove("quillard.blb");
+        if (!c.missing)
+            WriteFile("quillard.blb", c.bytes);
+        const std::string printed = PrintedVersion();
+        const std::string log = Log();
+        EXPECT_EQ(log.find(error) == std::string::npos, c.whole) << c.name << "\n" << log;
+        EXPECT_EQ(log.find(empty) != std::string::npos, c.bytes.empty()) << c.name;
+        EXPECT_EQ(printed.find("8.1_") != std::string::npos, c.whole) << c.name;
+    }
+}
+
 TEST_F(BlobFileTest, VersionTextIsPrintedAsUtf8) {
     const struct {
         const wchar_t* text;

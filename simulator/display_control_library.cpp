@@ -225,7 +225,8 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_GetCustomizat
 #ifndef SIM_OMIT_ZEL_ApplicationProfiles_Profile_Exist
 __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_Profile_Exist(
     const wchar_t* area, const wchar_t* profile, unsigned char* exists) {
-    if (Failing("ZEL_ApplicationProfiles_Profile_Exist"))
+    if (Failing("ZEL_ApplicationProfiles_Profile_Exist") || area == nullptr || profile == nullptr ||
+        exists == nullptr)
         return -1;
     const auto installed = Database(0);
     if (!installed)
@@ -243,7 +244,8 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_Profile_Exist
 #ifndef SIM_OMIT_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get
 __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(
     const wchar_t* area, int* privacy) {
-    if (Failing("ZEL_ApplicationProfiles_DriverAreaPrivacy_Get"))
+    if (Failing("ZEL_ApplicationProfiles_DriverAreaPrivacy_Get") || area == nullptr ||
+        privacy == nullptr)
         return -1;
     const auto installed = Database(0);
     if (!installed)
@@ -259,7 +261,8 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_DriverAreaPri
 #ifndef SIM_OMIT_ZEL_ApplicationProfiles_PropertyType_Get
 __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_PropertyType_Get(
     const wchar_t* area, const wchar_t* property, int* type) {
-    if (Failing("ZEL_ApplicationProfiles_PropertyType_Get"))
+    if (Failing("ZEL_ApplicationProfiles_PropertyType_Get") || area == nullptr ||
+        property == nullptr || type == nullptr)
         return -1;
     const auto installed = Database(0);
     if (!installed)

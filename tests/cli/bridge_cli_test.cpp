@@ -44,7 +44,9 @@ class InstalledSet : public ::testing::Test {
     ScratchDir dir_;
 };
 
-TEST_F(InstalledSet, EveryBridgeMessage) {
+// Each message and result is checked per bridge call in the unit tests; here only
+// what the tool makes of them: messages on standard output, the run's status.
+TEST_F(InstalledSet, BridgeMessagesReachStandardOutput) {
     struct Case {
         std::vector<std::string> args;
         std::string fail;
@@ -58,12 +60,7 @@ TEST_F(InstalledSet, EveryBridgeMessage) {
         {reload, "", "", 0, ""},
         {reload, "", "ZEL_ApplicationProfiles_System_Reload", 0,
          "Fail to get ZEL_APPLICATIONPROFILES_SYSTEM_RELOAD handle!"},
-        {reload, "", "ZEL_Main_Control_Create", 0, "Fail to get ZEL_MAIN_CONTROL_CREATE handle!"},
-        {reload, "", "ZEL_Main_Control_Destroy", 0, "Fail to get ZEL_MAIN_CONTROL_DESTROY handle!"},
         {reload, "ZEL_Main_Control_Create", "", 0, "ZEL Initialization error!"},
-        {reload, "ZEL_ApplicationProfiles_System_Reload", "", 0,
-         "ZEL_ApplicationProfiles_System_Reload failed."},
-        {reload, "ZEL_Main_Control_Destroy", "", 0, "ZEL Destroy error!"},
         {reload, "ZEL_ApplicationProfiles_System_Reload,ZEL_Main_Control_Destroy", "", 0,
          "ZEL_ApplicationProfiles_System_Reload failed.ZEL Destroy error!"},
         {reverse, "", "ZEL_ApplicationProfiles_GetCustomization", 255,

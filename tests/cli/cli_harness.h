@@ -27,6 +27,10 @@ class ScratchDir {
     std::filesystem::path path_;
 };
 
+// With QUILLKIT_CLI_VALGRIND naming valgrind, every run goes through its
+// memcheck, and a run with memory errors ends with this status (and a test failure).
+constexpr int kValgrindErrorStatus = 99;
+
 // Runs the built quillard with args in dir, without a shell. env entries are set
 // (an empty value unsets the variable) on top of the test's own environment.
 RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
