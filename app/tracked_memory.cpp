@@ -1,5 +1,8 @@
 #include "app/tracked_memory.h"
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -22,9 +25,12 @@ constexpr int kRegistryStep = 8192;
 HeapAllocator g_heapAllocator = nullptr;
 
 // Blocks are never freed one by one, so small ones are carved in order from
-// large zero-filled chunks: one heap call per chunk instead of one per block,
-// and the sweep frees chunks. Large blocks, the test hook and sanitizer builds
-// (which must see each block's own bounds) take one heap block each.
+// large zero-filled chunks: one system call per chunk instead of one heap call
+// per block, and the sweep unmaps chunks. Chunks are mapped with their pages
+// already present (a run fills them at once with texts), and grow from 256 KiB to
+// 1 MiB so that a small run stays small. Large blocks, the test hook and
+// sanitizer builds (which must see each block's own bounds) take one heap block
+// each.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -37,12 +43,20 @@ constexpr bool kSanitized = false;
 constexpr bool kSanitized = false;
 #endif
 
-constexpr std::size_t kChunkBytes = std::size_t{256} * 1024;
-constexpr std::size_t kLargestCarved = kChunkBytes / 16;
+constexpr std::size_t kFirstChunkBytes = std::size_t{256} * 1024;
+constexpr std::size_t kLargestChunkBytes = std::size_t{1024} * 1024;
+constexpr std::size_t kLargestCarved = kFirstChunkBytes / 16;
 constexpr std::size_t kAlignment = alignof(std::max_align_t);
 
-// Everything the sweep hands back to the heap: chunks and separate blocks.
+struct Chunk {
+    void* start;
+    std::size_t bytes;
+};
+
+// Everything the sweep hands back: heap blocks and mapped chunks.
 std::vector<void*> g_heapBlocks;
+std::vector<Chunk> g_chunks;
+std::size_t g_nextChunkBytes = kFirstChunkBytes;
 unsigned char* g_chunkNext = nullptr;
 std::size_t g_chunkLeft = 0;
 
@@ -60,18 +74,32 @@ void* HeapBlock(std::size_t bytes) {
     return block;
 }
 
+bool NewChunk() {
+    const std::size_t bytes = g_nextChunkBytes;
+    void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    if (start == MAP_FAILED) {
+        return false;
+    }
+    try {
+        g_chunks.push_back({start, bytes});
+    } catch (const std::bad_alloc&) {
+        munmap(start, bytes);
+        return false;
+    }
+    g_chunkNext = static_cast<unsigned char*>(start);
+    g_chunkLeft = bytes;
+    g_nextChunkBytes = std::min(2 * bytes, kLargestChunkBytes);
+    return true;
+}
+
 void* NewBlock(std::size_t bytes) {
     if (kSanitized || g_heapAllocator != nullptr || bytes > kLargestCarved) {
         return HeapBlock(bytes);
     }
     const std::size_t rounded = (bytes + kAlignment - 1) & ~(kAlignment - 1);
-    if (rounded > g_chunkLeft) {
-        void* chunk = HeapBlock(kChunkBytes);
-        if (chunk == nullptr) {
-            return nullptr;
-        }
-        g_chunkNext = static_cast<unsigned char*>(chunk);
-        g_chunkLeft = kChunkBytes;
+    if (rounded > g_chunkLeft && !NewChunk()) {
+        return nullptr;
     }
     void* block = g_chunkNext;
     g_chunkNext += rounded;
@@ -84,6 +112,11 @@ void ReleaseHeapBlocks() {
         std::free(block);
     }
     g_heapBlocks.clear();
+    for (const Chunk& chunk : g_chunks) {
+        munmap(chunk.start, chunk.bytes);
+    }
+    g_chunks.clear();
+    g_nextChunkBytes = kFirstChunkBytes;
     g_chunkNext = nullptr;
     g_chunkLeft = 0;
 }

@@ -129,8 +129,11 @@ int WriteBinFile(char* name) {
         ProgressLog(L"ERROR, WriteBinFile(): - no blob has been built.\n", 0);
         return 0;
     }
+    // The image stays unchanged until the sweep, so its bytes are written as they
+    // stand; a copy in the scratch buffer would only touch another megabyte. The
+    // buffer is still taken, so that a machine without that much memory to spare
+    // ends here as it always has.
     const auto count = static_cast<std::size_t>(g_lpApplicationPtr - g_lpBlob);
-    std::memcpy(scratch.get(), g_lpBlob, count);
 
     const char* target = name;
     if (name == nullptr || std::strlen(name) < 2) {
@@ -149,9 +152,9 @@ int WriteBinFile(char* name) {
         return 0;
     }
     if (exists && !S_ISREG(info.st_mode)) {
-        return WriteInPlace(target, path, scratch.get(), count);
+        return WriteInPlace(target, path, g_lpBlob, count);
     }
-    return WriteReplacing(target, path, exists ? &info : nullptr, scratch.get(), count);
+    return WriteReplacing(target, path, exists ? &info : nullptr, g_lpBlob, count);
 }
 
 long LoadBlobImage(const char* path) {

@@ -33,11 +33,6 @@ constexpr int kFirstWordsRoom = 10;
 // exactly the entry that a scan from the first entry would find.
 class WordsIndex {
   public:
-    void Clear() {
-        slots_.assign(slots_.size(), Slot{});
-        used_ = 0;
-    }
-
     void Forget() {
         slots_.clear();
         slots_.shrink_to_fit();
@@ -69,6 +64,16 @@ class WordsIndex {
         }
         Place({Hash(text), static_cast<std::uint32_t>(text.size()), index});
         ++used_;
+    }
+
+    // After the entries were reordered: the entry that was at index i is now at
+    // newIndex[i]. Texts and hashes are unchanged, so nothing is hashed again.
+    void Renumber(const std::vector<int>& newIndex) {
+        for (Slot& slot : slots_) {
+            if (slot.index >= 0) {
+                slot.index = newIndex[static_cast<std::size_t>(slot.index)];
+            }
+        }
     }
 
   private:
@@ -126,24 +131,60 @@ BlobHeader* Header() {
     return reinterpret_cast<BlobHeader*>(g_lpBlob);
 }
 
-// The first two code units, in wcscmp's order: units compare as wchar_t (signed),
-// so the sign bit is flipped to order them as unsigned numbers; the terminator
-// ends the key, a shorter text sorting first. Equal keys leave the order to int_cmp.
-std::uint64_t SortKey(const wchar_t* text) {
+// Two code units from `at` as one number in wcscmp's order: units compare as
+// wchar_t (signed), so the sign bit is flipped to order them as unsigned numbers;
+// the terminator ends the key, a shorter text sorting first.
+std::uint64_t SortKey(const wchar_t* at) {
     const auto order = [](wchar_t unit) {
         return static_cast<std::uint64_t>(static_cast<std::uint32_t>(unit) ^ 0x80000000U);
     };
-    const wchar_t first = text[0];
-    const wchar_t second = first != L'\0' ? text[1] : L'\0';
+    const wchar_t first = at[0];
+    const wchar_t second = first != L'\0' ? at[1] : L'\0';
     return (order(first) << 32) | order(second);
 }
 
-void RebuildIndex() {
-    g_wordsIndex.Clear();
-    for (int i = 0; i < g_iWordsArrElement; ++i) {
-        const wchar_t* text = g_lpWordsArray[static_cast<std::size_t>(i)].text;
-        if (text != nullptr) {
-            g_wordsIndex.Insert(text, i);
+bool KeyEndsText(std::uint64_t key) {
+    constexpr std::uint64_t kTerminator = 0x80000000U;
+    return (key >> 32) == kTerminator || (key & 0xFFFFFFFFU) == kTerminator;
+}
+
+struct Sortable {
+    std::uint64_t key;
+    const wchar_t* text;
+    int entry;  // where the text stands in the word list
+};
+
+// Orders the texts as wcscmp does, two code units at a time: sort by the two
+// units at some depth, then every run that shares them by the next two. Only
+// numbers are compared, and each text is read once per depth instead of once
+// per comparison, which matters for paths that share long beginnings. Runs
+// wait on a list rather than the call stack, however long the shared part.
+void SortTexts(std::vector<Sortable>& texts) {
+    struct Run {
+        std::size_t begin;
+        std::size_t end;
+        std::size_t depth;
+    };
+    std::vector<Run> pending{{0, texts.size(), 0}};
+    while (!pending.empty()) {
+        const Run run = pending.back();
+        pending.pop_back();
+        const auto first = texts.begin() + static_cast<std::ptrdiff_t>(run.begin);
+        const auto last = texts.begin() + static_cast<std::ptrdiff_t>(run.end);
+        for (auto item = first; item != last; ++item) {
+            item->key = SortKey(item->text + run.depth);
+        }
+        std::sort(first, last, [](const Sortable& a, const Sortable& b) { return a.key < b.key; });
+        for (std::size_t begin = run.begin; begin < run.end;) {
+            std::size_t end = begin + 1;
+            while (end < run.end && texts[end].key == texts[begin].key) {
+                ++end;
+            }
+            // Texts that end within the key are equal; the rest go on.
+            if (end - begin > 1 && !KeyEndsText(texts[begin].key)) {
+                pending.push_back({begin, end, run.depth + 2});
+            }
+            begin = end;
         }
     }
 }
@@ -204,25 +245,19 @@ void PrintAll(const wchar_t* const* texts, int count) {
 void SortStringTable() {
     ProgressLog(L"START, SortStringTable.\n", 0);
     const auto count = static_cast<std::size_t>(g_iWordsArrElement);
-    // Pointers to the texts are sorted, not copies; an entry without text sorts as empty
-    // here and is refused below.
-    // Each carries its first two units as a key, so most comparisons are decided
-    // without reaching the texts, which lie all over memory.
-    struct Sortable {
-        std::uint64_t key;
-        const wchar_t* text;
-    };
+    // Pointers to the texts are sorted, not copies; an entry without text sorts as
+    // empty here and is refused below.
     std::vector<Sortable> sortable(count);
     for (std::size_t i = 0; i < count; ++i) {
         const wchar_t* text = g_lpWordsArray[i].text != nullptr ? g_lpWordsArray[i].text : L"";
-        sortable[i] = {SortKey(text), text};
+        sortable[i] = {0, text, static_cast<int>(i)};
     }
-    std::sort(sortable.begin(), sortable.end(), [](const Sortable& a, const Sortable& b) {
-        return a.key != b.key ? a.key < b.key : int_cmp(a.text, b.text) < 0;
-    });
+    SortTexts(sortable);
     std::vector<const wchar_t*> texts(count);
+    std::vector<int> newIndex(count);
     for (std::size_t i = 0; i < count; ++i) {
         texts[i] = sortable[i].text;
+        newIndex[static_cast<std::size_t>(sortable[i].entry)] = static_cast<int>(i);
     }
     PrintAll(texts.data(), g_iWordsArrElement);
     for (std::size_t i = 0; i < count; ++i) {
@@ -232,7 +267,7 @@ void SortStringTable() {
         }
         g_lpWordsArray[i].text = TrackedCopy(texts[i]);
     }
-    RebuildIndex();
+    g_wordsIndex.Renumber(newIndex);
     ProgressLog(L"DONE, SortStringTable.\n", 0);
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -81,6 +83,33 @@ TEST_F(StringTableTest, SortsByCodeUnitsWithPrefixesFirst) {
         for (std::size_t i = 0; i < c.sorted.size(); ++i) {
             EXPECT_EQ(std::wstring(g_lpWordsArray[i].text), c.sorted[i]) << "entry " << i;
         }
+    }
+}
+
+// Texts that share long beginnings of odd and even lengths, are prefixes of one
+// another, or hold units whose sign bit is set: the order is int_cmp's.
+TEST_F(StringTableTest, SortAgreesWithIntCmpOnSharedBeginnings) {
+    std::mt19937 random(7);
+    const std::wstring alphabet = {
+        L'a', L'b', L'/', L'\u00e9', static_cast<wchar_t>(0x10FFFF), static_cast<wchar_t>(-5)};
+    std::vector<std::wstring> offered;
+    for (int i = 0; i < 3000; ++i) {
+        std::wstring text = i % 3 == 0 ? L"programs/vendor/" : (i % 3 == 1 ? L"programs/v" : L"");
+        const std::size_t length = random() % 9;
+        for (std::size_t at = 0; at < length; ++at) {
+            text.push_back(alphabet[random() % alphabet.size()]);
+        }
+        offered.push_back(text);
+        AddToWordsArray(text.c_str());
+    }
+    SortStringTable();
+    std::sort(offered.begin(), offered.end(), [](const std::wstring& a, const std::wstring& b) {
+        return int_cmp(a.c_str(), b.c_str()) < 0;
+    });
+    offered.erase(std::unique(offered.begin(), offered.end()), offered.end());
+    ASSERT_EQ(g_iWordsArrElement, static_cast<int>(offered.size()));
+    for (std::size_t i = 0; i < offered.size(); ++i) {
+        ASSERT_EQ(std::wstring(g_lpWordsArray[i].text), offered[i]) << "entry " << i;
     }
 }
 

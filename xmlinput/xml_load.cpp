@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -34,24 +35,58 @@ class ErrorCallbackScope {
     ErrorCallbackScope& operator=(const ErrorCallbackScope&) = delete;
 };
 
+// The file's first bytes (for its byte-order mark), its size, and its last
+// bytes: enough to check how the text ends without reading the file again.
+struct FileEnds {
+    std::string head;
+    std::string tail;
+    std::uint64_t size = 0;
+    bool whole = false;  // the tail is the whole file
+};
+
+bool ReadAt(std::FILE* file, std::uint64_t offset, std::size_t count, std::string& bytes) {
+    bytes.resize(count);
+    if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) != 0) {
+        return false;
+    }
+    bytes.resize(std::fread(bytes.data(), 1, count, file));
+    return std::ferror(file) == 0;
+}
+
+// False when the file cannot be read, or is not a regular file with a size
+// (those are read whole).
+bool ReadEnds(const char* path, std::size_t tailBytes, FileEnds& ends) {
+    std::FILE* file = std::fopen(path, "rb");
+    if (file == nullptr) {
+        return false;
+    }
+    struct stat info {};
+    bool good = fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0;
+    if (good) {
+        ends.size = static_cast<std::uint64_t>(info.st_size);
+        // A UTF-16 tail starts on a whole code unit.
+        std::uint64_t start =
+            ends.size > tailBytes ? (ends.size - tailBytes) & ~std::uint64_t{1} : 0;
+        ends.whole = start == 0;
+        good = ReadAt(file, 0, 2, ends.head) &&
+               ReadAt(file, start, static_cast<std::size_t>(ends.size - start), ends.tail);
+    }
+    std::fclose(file);
+    return good;
+}
+
 bool ReadWholeFile(const char* path, std::string& bytes) {
     std::FILE* file = std::fopen(path, "rb");
     if (file == nullptr) {
         return false;
     }
-    // Read in place at the file's size, without a bounce buffer or regrowth;
-    // a file that grew since is still read to its end.
-    struct stat info {};
-    std::size_t room = 65536;
-    if (fstat(fileno(file), &info) == 0 && info.st_size > 0) {
-        room = static_cast<std::size_t>(info.st_size) + 1;
-    }
     std::size_t filled = 0;
     for (;;) {
-        bytes.resize(filled + room);
-        const std::size_t got = std::fread(bytes.data() + filled, 1, room, file);
+        constexpr std::size_t kRoom = 65536;
+        bytes.resize(filled + kRoom);
+        const std::size_t got = std::fread(bytes.data() + filled, 1, kRoom, file);
         filled += got;
-        if (got < room) {
+        if (got < kRoom) {
             break;
         }
     }
@@ -61,29 +96,33 @@ bool ReadWholeFile(const char* path, std::string& bytes) {
     return !failed;
 }
 
-// The file's text as UTF-8 (Mini-XML hands names over in UTF-8); UTF-8 bytes
-// are taken over, not copied. False for a UTF-16 file that does not hold whole
-// code units.
-bool DecodeToUtf8(std::string& bytes, std::string& text) {
-    const auto byteAt = [&bytes](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
-    const bool little = bytes.size() >= 2 && byteAt(0) == 0xFF && byteAt(1) == 0xFE;
-    const bool big = bytes.size() >= 2 && byteAt(0) == 0xFE && byteAt(1) == 0xFF;
-    if (!little && !big) {
-        text.swap(bytes);
-        return true;
+enum class Encoding { kUtf8, kUtf16Little, kUtf16Big };
+
+Encoding EncodingOf(std::string_view head) {
+    const auto byteAt = [head](std::size_t at) { return static_cast<unsigned char>(head[at]); };
+    if (head.size() >= 2 && byteAt(0) == 0xFF && byteAt(1) == 0xFE) {
+        return Encoding::kUtf16Little;
     }
-    if (bytes.size() % 2 != 0) {
-        return false;
+    if (head.size() >= 2 && byteAt(0) == 0xFE && byteAt(1) == 0xFF) {
+        return Encoding::kUtf16Big;
     }
-    text.clear();
+    return Encoding::kUtf8;
+}
+
+// UTF-16 bytes (whole code units, no byte-order mark) as UTF-8 (Mini-XML hands
+// names over in UTF-8).
+std::string Utf16ToUtf8(std::string_view bytes, bool little) {
+    const auto byteAt = [bytes](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+    const auto unitAt = [&](std::size_t at) -> std::uint32_t {
+        return little ? (byteAt(at) | (byteAt(at + 1) << 8)) : ((byteAt(at) << 8) | byteAt(at + 1));
+    };
+    std::string text;
     text.reserve(bytes.size() / 2);
-    for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
-        const std::uint32_t unit =
-            little ? (byteAt(at) | (byteAt(at + 1) << 8)) : ((byteAt(at) << 8) | byteAt(at + 1));
+    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+        const std::uint32_t unit = unitAt(at);
         std::uint32_t point = unit;
         if (unit >= 0xD800 && unit <= 0xDBFF && at + 3 < bytes.size()) {
-            const std::uint32_t low = little ? (byteAt(at + 2) | (byteAt(at + 3) << 8))
-                                             : ((byteAt(at + 2) << 8) | byteAt(at + 3));
+            const std::uint32_t low = unitAt(at + 2);
             if (low >= 0xDC00 && low <= 0xDFFF) {
                 point = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
                 at += 2;
@@ -91,6 +130,25 @@ bool DecodeToUtf8(std::string& bytes, std::string& text) {
         }
         AppendUtf8(text, point);
     }
+    return text;
+}
+
+// The text of `bytes`, which start `offset` bytes into a file of `size` bytes
+// in the given encoding, as UTF-8; false for UTF-16 that does not hold whole
+// code units.
+bool TextOf(std::string_view bytes, std::uint64_t offset, std::uint64_t size, Encoding encoding,
+            std::string& text) {
+    if (encoding == Encoding::kUtf8) {
+        text.assign(bytes);
+        return true;
+    }
+    if (size % 2 != 0) {
+        return false;
+    }
+    if (offset == 0) {
+        bytes.remove_prefix(std::min<std::size_t>(2, bytes.size()));
+    }
+    text = Utf16ToUtf8(bytes, encoding == Encoding::kUtf16Little);
     return true;
 }
 
@@ -151,6 +209,34 @@ bool EndsWithClosingMarkup(std::string_view text, mxml_node_t* top) {
     return mxmlGetFirstChild(last) == nullptr && text.ends_with('/');
 }
 
+// Whether the file ends with the document's closing markup. Its last few
+// kilobytes decide for any ordinary file; only when they do not (a file that ends
+// in much white space, or is not well-formed) is the whole file read to be sure.
+bool EndsWhole(const char* path, mxml_node_t* top) {
+    constexpr std::size_t kTailBytes = 4096;
+    FileEnds ends;
+    std::string text;
+    if (ReadEnds(path, kTailBytes, ends)) {
+        const Encoding encoding = EncodingOf(ends.head);
+        const std::uint64_t offset = ends.size - ends.tail.size();
+        if (!TextOf(ends.tail, offset, ends.size, encoding, text)) {
+            return false;
+        }
+        if (EndsWithClosingMarkup(text, top)) {
+            return true;
+        }
+        if (ends.whole) {
+            return false;
+        }
+    }
+    std::string bytes;
+    if (!ReadWholeFile(path, bytes)) {
+        return false;
+    }
+    return TextOf(bytes, 0, bytes.size(), EncodingOf(bytes), text) &&
+           EndsWithClosingMarkup(text, top);
+}
+
 }  // namespace
 
 mxml_node_t* LoadXmlDocument(const char* path, XmlLoadError* why) {
@@ -176,10 +262,7 @@ mxml_node_t* LoadXmlDocument(const char* path, XmlLoadError* why) {
             return nullptr;
         }
     }
-    std::string bytes;
-    std::string text;
-    if (!ReadWholeFile(path, bytes) || !DecodeToUtf8(bytes, text) ||
-        !EndsWithClosingMarkup(text, document.get())) {
+    if (!EndsWhole(path, document.get())) {
         result = XmlLoadError::kNotWellFormed;
         return nullptr;
     }

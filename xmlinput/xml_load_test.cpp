@@ -30,6 +30,11 @@ const std::string kWhole = kDeclaration +
                            "<customisations Format=\"1\">\n"
                            "  <profiles>\n    <profile Area=\"Lumen\" Usage=\"Quiet\"/>\n"
                            "  </profiles>\n</customisations>\n";
+// Larger than the tail that the end check reads first, with the profile in the
+// middle so that a cut and the closing markup lie in the tail.
+const std::string kLong = kDeclaration + "<customisations Format=\"1\">\n" +
+                          std::string(6000, ' ') + "<profiles/>\n" + std::string(6000, '\n') +
+                          "</customisations>\n";
 
 struct LoadCase {
     const char* name;
@@ -82,6 +87,17 @@ INSTANTIATE_TEST_SUITE_P(
                  Utf16(kWhole, true).substr(0, Utf16(kWhole, true).size() - 1),
                  XmlLoadError::kNotWellFormed},
         LoadCase{"utf-16 cut before last >", Utf16(kWhole.substr(0, kWhole.rfind('>')), true),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"long whole", kLong, XmlLoadError::kNone},
+        LoadCase{"long cut before last >", kLong.substr(0, kLong.rfind('>')),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"long with white space beyond the tail", kLong + std::string(9000, '\n'),
+                 XmlLoadError::kNone},
+        LoadCase{"long utf-16le whole", Utf16(kLong, true), XmlLoadError::kNone},
+        LoadCase{"long utf-16be whole", Utf16(kLong, false), XmlLoadError::kNone},
+        LoadCase{"long utf-16 odd byte count", Utf16(kLong, false) + " ",
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"long utf-16 cut before last >", Utf16(kLong.substr(0, kLong.rfind('>')), true),
                  XmlLoadError::kNotWellFormed}),
     [](const ::testing::TestParamInfo<LoadCase>& param) {
         std::string name = param.param.name;
