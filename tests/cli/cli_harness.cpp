@@ -46,10 +46,19 @@ std::string Slurp(int fd) {
 
 }  // namespace
 
-RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                      const std::map<std::string, std::string>& env) {
+namespace {
+
+constexpr uid_t kNobody = 65534;
+constexpr const char* kSetpriv = "/usr/bin/setpriv";
+
+RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
+              const std::map<std::string, std::string>& env, bool asNobody) {
     // Output goes to files, not pipes, so a chatty run can never block on a full pipe.
     ScratchDir capture;
+    if (asNobody) {
+        // valgrind, run as that user too, writes its log here.
+        std::filesystem::permissions(capture.path(), std::filesystem::perms::all);
+    }
     const std::string outName = (capture / "stdout").string();
     const std::string errName = (capture / "stderr").string();
 
@@ -93,6 +102,12 @@ RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::s
         program = valgrind;
     }
     argStorage.insert(argStorage.end(), args.begin(), args.end());
+    if (asNobody) {
+        const std::string id = std::to_string(kNobody);
+        argStorage.insert(argStorage.begin(),
+                          {kSetpriv, "--reuid=" + id, "--regid=" + id, "--clear-groups", "--"});
+        program = kSetpriv;
+    }
     std::vector<char*> argv;
     for (auto& item : argStorage) {
         argv.push_back(item.data());
@@ -131,6 +146,40 @@ RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::s
     close(outFd);
     close(errFd);
     return result;
+}
+
+}  // namespace
+
+RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                      const std::map<std::string, std::string>& env) {
+    return Run(dir, args, env, false);
+}
+
+RunResult RunQuillardUnprivileged(const std::filesystem::path& dir,
+                                  const std::vector<std::string>& args, bool* ran) {
+    *ran = true;
+    if (geteuid() != 0) {
+        return Run(dir, args, {}, false);
+    }
+    if (access(kSetpriv, X_OK) != 0) {
+        *ran = false;
+        return {};
+    }
+    std::error_code failed;
+    const auto give = [&failed](const std::filesystem::path& path) {
+        if (lchown(path.c_str(), kNobody, kNobody) != 0) {
+            failed = std::error_code(errno, std::generic_category());
+        }
+    };
+    give(dir);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
+        give(entry.path());
+    }
+    if (failed) {
+        *ran = false;
+        return {};
+    }
+    return Run(dir, args, {}, true);
 }
 
 std::string ReadFile(const std::filesystem::path& file) {

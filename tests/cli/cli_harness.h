@@ -36,6 +36,14 @@ constexpr int kValgrindErrorStatus = 99;
 RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
                       const std::map<std::string, std::string>& env = {});
 
+// Permission bits do not stop root. Run as root, this gives dir and its content
+// to the unprivileged user "nobody" and runs the tool as that user (through
+// setpriv), so that read-only and unreadable files stop it as they stop any
+// user; run as anyone else it is RunQuillard. Returns false in *ran when root
+// cannot drop its privileges here.
+RunResult RunQuillardUnprivileged(const std::filesystem::path& dir,
+                                  const std::vector<std::string>& args, bool* ran);
+
 std::string ReadFile(const std::filesystem::path& file);
 void WriteFile(const std::filesystem::path& file, const std::string& content);
 std::filesystem::path TestData(const std::string& name);
