@@ -33,10 +33,10 @@ namespace {
 int g_logDescriptor = -1;
 std::string g_encoded;
 
-void WriteAll(int descriptor, const std::string& bytes) {
+void WriteAll(int descriptor, const char* bytes, std::size_t count) {
     std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t wrote = write(descriptor, bytes.data() + done, bytes.size() - done);
+    while (done < count) {
+        const ssize_t wrote = write(descriptor, bytes + done, count - done);
         if (wrote < 0) {
             if (errno == EINTR) {
                 continue;
@@ -220,8 +220,12 @@ void ProgressLog(const wchar_t* text, int mode) {
             return;
         }
     }
-    EncodeUtf8(text, g_encoded);
-    WriteAll(g_logDescriptor, g_encoded);
+    // The buffer only grows, so a line costs no allocation and no clearing.
+    const std::size_t length = std::wcslen(text);
+    if (g_encoded.size() < 4 * length) {
+        g_encoded.resize(4 * length);
+    }
+    WriteAll(g_logDescriptor, g_encoded.data(), EncodeUtf8To(text, length, g_encoded.data()));
 }
 
 void LogFormat(const wchar_t* format, ...) {

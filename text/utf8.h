@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -12,6 +13,9 @@ void AppendUtf8(std::string& out, std::uint32_t point);
 // UTF-16 surrogate pairs, which are joined into one character; a lone surrogate
 // becomes U+FFFD. A null text gives an empty string.
 void EncodeUtf8(const wchar_t* text, std::string& out);
+// The same for the first `length` units of text, written to out, which has room
+// for 4 * length bytes (no unit takes more); returns the number of bytes written.
+std::size_t EncodeUtf8To(const wchar_t* text, std::size_t length, char* out);
 std::string EncodeUtf8(const wchar_t* text);
 
 }  // namespace qk
