@@ -32,6 +32,7 @@ namespace {
 
 int g_logDescriptor = -1;
 std::string g_encoded;
+LogSink g_logSink = nullptr;
 
 void WriteAll(int descriptor, const char* bytes, std::size_t count) {
     std::size_t done = 0;
@@ -203,10 +204,11 @@ bool FormatLogLine(wchar_t* out, std::size_t bound, const wchar_t* format, va_li
     return true;
 }
 
-void ProgressLog(const wchar_t* text, int mode) {
-    if (g_bCreateLog == 0) {
-        return;
-    }
+namespace {
+
+// Opens quillard.log when it is not open yet (mode 1 starts it anew); false when
+// it cannot be opened.
+bool OpenLogFile(int mode) {
     if (mode == 1 && g_logDescriptor >= 0) {
         close(g_logDescriptor);
         g_logDescriptor = -1;
@@ -216,16 +218,27 @@ void ProgressLog(const wchar_t* text, int mode) {
         // the log on disk is complete after each call.
         const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (mode == 1 ? O_TRUNC : 0);
         g_logDescriptor = open(kLogFileName, flags, 0644);
-        if (g_logDescriptor < 0) {
-            return;
-        }
+    }
+    return g_logDescriptor >= 0;
+}
+
+}  // namespace
+
+void ProgressLog(const wchar_t* text, int mode) {
+    if (g_bCreateLog == 0 || (g_logSink == nullptr && !OpenLogFile(mode))) {
+        return;
     }
     // The buffer only grows, so a line costs no allocation and no clearing.
     const std::size_t length = std::wcslen(text);
     if (g_encoded.size() < 4 * length) {
         g_encoded.resize(4 * length);
     }
-    WriteAll(g_logDescriptor, g_encoded.data(), EncodeUtf8To(text, length, g_encoded.data()));
+    const std::size_t count = EncodeUtf8To(text, length, g_encoded.data());
+    if (g_logSink != nullptr) {
+        g_logSink(g_encoded.data(), count);
+    } else {
+        WriteAll(g_logDescriptor, g_encoded.data(), count);
+    }
 }
 
 void LogFormat(const wchar_t* format, ...) {
@@ -271,6 +284,10 @@ void CopyLogTo(const char* name) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
+}
+
+void SetLogSinkForTests(LogSink sink) {
+    g_logSink = sink;
 }
 
 void ResetProgressLog() {

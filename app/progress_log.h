@@ -39,6 +39,12 @@ bool SetLogFile(const wchar_t* name);
 // Copies quillard.log to name with cp, without a shell, and waits for it.
 void CopyLogTo(const char* name);
 
+// Where each encoded line goes instead of quillard.log, for fuzzers that run
+// the dump millions of times: lines are still formatted and encoded, but cost
+// no system call. Null restores the file.
+using LogSink = void (*)(const char* bytes, std::size_t count);
+void SetLogSinkForTests(LogSink sink);
+
 // Closes the log file and clears the log state (used between runs in tests).
 void ResetProgressLog();
 

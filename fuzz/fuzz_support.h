@@ -8,9 +8,9 @@
 
 namespace qk::fuzz {
 
-// Puts every module back to a fresh run, with logging on (into a log that is
-// thrown away, so the formatting of every message is exercised) and a new root
-// record. The first call moves the process into a private work directory.
+// Puts every module back to a fresh run, with logging on (into a sink that
+// drops the lines, so the formatting of every message is exercised) and a new
+// root record. The first call moves the process into a private work directory.
 void ResetRun();
 
 // Writes the bytes to name in the work directory; returns name.
