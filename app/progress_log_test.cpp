@@ -21,6 +21,19 @@ TEST_F(ProgressLogTest, NothingIsWrittenWhileLoggingIsOff) {
     EXPECT_FALSE(std::filesystem::exists(kLogFileName));
 }
 
+std::string g_sunk;
+
+TEST_F(ProgressLogTest, ASinkTakesTheEncodedLinesInsteadOfTheFile) {
+    ProgressLog(L"on file\n", 1);
+    g_sunk.clear();
+    SetLogSinkForTests([](const char* bytes, std::size_t count) { g_sunk.append(bytes, count); });
+    LogFormat(L"caf\u00e9 %d\n", 7);
+    ProgressLog(L"next", 1);  // a new log does not touch the file either
+    SetLogSinkForTests(nullptr);
+    EXPECT_EQ(g_sunk, "caf\xC3\xA9 7\nnext");
+    EXPECT_EQ(Log(), "on file\n");
+}
+
 TEST_F(ProgressLogTest, ModeOneStartsANewLogAndLinesCarryTheirOwnEnds) {
     ProgressLog(L"old\n", 0);
     ProgressLog(L"Launching\n", 1);
