@@ -10,22 +10,13 @@
 #include "bridge/display_control.h"
 #include "simulator/small_blob_for_tests.h"
 #include "tests/support/logged_test.h"
+#include "tests/support/utf16_bytes.h"
 #include "xmlinput/customisation.h"
 
 namespace qk {
 namespace {
 
 using namespace std::string_literals;
-
-// UTF-16LE bytes of an ASCII text, without a byte-order mark.
-std::string Utf16(const std::string& text) {
-    std::string bytes;
-    for (char c : text) {
-        bytes.push_back(c);
-        bytes.push_back('\0');
-    }
-    return bytes;
-}
 
 std::string Utf8OfUtf16(const std::string& bytes) {
     std::string text;
@@ -195,7 +186,7 @@ TEST(ReverseXmlTest, WideTextBecomesUtf16LittleEndian) {
         std::wstring format = c.text;
         Customisations root{nullptr, nullptr, nullptr, nullptr, nullptr, format.data(), {}, {}, {}};
         const std::string bytes = ReverseXmlBytes(root, 0);
-        const std::string before = Utf16("<customisations Format=\"");
+        const std::string before = test::Utf16Bytes("<customisations Format=\"");
         const std::size_t at = bytes.find(before);
         ASSERT_NE(at, std::string::npos);
         EXPECT_EQ(bytes.substr(at + before.size(), c.bytes.size() + 2), c.bytes + "\"\0"s)
@@ -231,13 +222,13 @@ class ReverseToXmlTest : public unit::LoggedTest {
 TEST_F(ReverseToXmlTest, WritesTheFetchedDatabase) {
     ASSERT_EQ(ReverseToXml(0, 0, "system.xml"), 0);
     EXPECT_EQ(Read("system.xml"),
-              "\xFF\xFE"s + Utf16("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
+              test::Utf16WithMark("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
                                   "<customisations Format=\"1\" Release=\"\">\n"
                                   "\t<properties>\n\t\t<area Name=\"D\" Privacy=\"Defined\">\n"
                                   "\t\t\t<property Type=\"Dword\">P</property>\n"
                                   "\t\t</area>\n\t</properties>\n</customisations>\n"));
     ASSERT_EQ(ReverseToXml(1, 1, "user.xml"), 0);
-    EXPECT_EQ(Read("user.xml"), "\xFF\xFE"s + Utf16("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
+    EXPECT_EQ(Read("user.xml"), test::Utf16WithMark("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
                                                     "<customisations Format=\"1\" Release=\"\">\n"
                                                     "</customisations>\n"));
     EXPECT_EQ(Log(), "");

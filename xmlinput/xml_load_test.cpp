@@ -7,23 +7,10 @@
 #include <string>
 
 #include "tests/support/logged_test.h"
+#include "tests/support/utf16_bytes.h"
 
 namespace qk {
 namespace {
-
-std::string Utf16(const std::string& ascii, bool little) {
-    std::string out = little ? std::string("\xFF\xFE", 2) : std::string("\xFE\xFF", 2);
-    for (const char c : ascii) {
-        if (little) {
-            out.push_back(c);
-            out.push_back('\0');
-        } else {
-            out.push_back('\0');
-            out.push_back(c);
-        }
-    }
-    return out;
-}
 
 const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 const std::string kWhole = kDeclaration +
@@ -80,24 +67,28 @@ INSTANTIATE_TEST_SUITE_P(
         LoadCase{"mismatched end tag", kDeclaration + "<a><b></c></a>\n",
                  XmlLoadError::kNotWellFormed},
         LoadCase{"empty file", "", XmlLoadError::kNotWellFormed},
-        LoadCase{"utf-16le whole", Utf16(kWhole, true), XmlLoadError::kNone},
-        LoadCase{"utf-16be whole", Utf16(kWhole, false), XmlLoadError::kNone},
-        LoadCase{"utf-16 odd byte count", Utf16(kWhole, true) + "<", XmlLoadError::kNotWellFormed},
-        LoadCase{"utf-16 last unit cut",
-                 Utf16(kWhole, true).substr(0, Utf16(kWhole, true).size() - 1),
+        LoadCase{"utf-16le whole", test::Utf16WithMark(kWhole, true), XmlLoadError::kNone},
+        LoadCase{"utf-16be whole", test::Utf16WithMark(kWhole, false), XmlLoadError::kNone},
+        LoadCase{"utf-16 odd byte count", test::Utf16WithMark(kWhole, true) + "<",
                  XmlLoadError::kNotWellFormed},
-        LoadCase{"utf-16 cut before last >", Utf16(kWhole.substr(0, kWhole.rfind('>')), true),
+        LoadCase{"utf-16 last unit cut",
+                 test::Utf16WithMark(kWhole, true)
+                     .substr(0, test::Utf16WithMark(kWhole, true).size() - 1),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"utf-16 cut before last >",
+                 test::Utf16WithMark(kWhole.substr(0, kWhole.rfind('>')), true),
                  XmlLoadError::kNotWellFormed},
         LoadCase{"long whole", kLong, XmlLoadError::kNone},
         LoadCase{"long cut before last >", kLong.substr(0, kLong.rfind('>')),
                  XmlLoadError::kNotWellFormed},
         LoadCase{"long with white space beyond the tail", kLong + std::string(9000, '\n'),
                  XmlLoadError::kNone},
-        LoadCase{"long utf-16le whole", Utf16(kLong, true), XmlLoadError::kNone},
-        LoadCase{"long utf-16be whole", Utf16(kLong, false), XmlLoadError::kNone},
-        LoadCase{"long utf-16 odd byte count", Utf16(kLong, false) + " ",
+        LoadCase{"long utf-16le whole", test::Utf16WithMark(kLong, true), XmlLoadError::kNone},
+        LoadCase{"long utf-16be whole", test::Utf16WithMark(kLong, false), XmlLoadError::kNone},
+        LoadCase{"long utf-16 odd byte count", test::Utf16WithMark(kLong, false) + " ",
                  XmlLoadError::kNotWellFormed},
-        LoadCase{"long utf-16 cut before last >", Utf16(kLong.substr(0, kLong.rfind('>')), true),
+        LoadCase{"long utf-16 cut before last >",
+                 test::Utf16WithMark(kLong.substr(0, kLong.rfind('>')), true),
                  XmlLoadError::kNotWellFormed}),
     [](const ::testing::TestParamInfo<LoadCase>& param) {
         std::string name = param.param.name;
@@ -121,7 +112,7 @@ TEST_F(XmlLoadPlainTest, MiniXmlMessageStillReachesStandardError) {
     {
         // Mini-XML keeps a tree for this file and only complains on standard error.
         std::ofstream out("odd.xml", std::ios::binary);
-        out << Utf16(kWhole, true) << "<";
+        out << test::Utf16WithMark(kWhole, true) << "<";
     }
     ::testing::internal::CaptureStderr();
     XmlDocument document(LoadXmlDocument("odd.xml", nullptr));

@@ -17,6 +17,7 @@
 
 #include "blob/blob_decode_for_tests.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
@@ -52,15 +53,6 @@ std::string SystemSet(const SetParts& parts = {}) {
            "</profile></profiles>\n"
            "<applications>" +
            parts.applications + "</applications>\n</customisations>\n";
-}
-
-std::string Utf16Le(const std::string& ascii) {
-    std::string out;
-    for (char c : ascii) {
-        out.push_back(c);
-        out.push_back('\0');
-    }
-    return out;
 }
 
 std::string Repeat(const std::string& piece, int times) {
@@ -153,9 +145,9 @@ std::vector<BadInputCase> Cases() {
          Writes("in.xml", good.substr(0, good.rfind('>'))),
          {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
         {"Utf16WithAnOddNumberOfBytes",
-         Writes("in.xml", "\xFF\xFE" + Utf16Le(good) + "<"),
+         Writes("in.xml", test::Utf16WithMark(good) + "<"),
          {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
-        {"Utf16WithoutAByteOrderMark", Writes("in.xml", Utf16Le(good)),
+        {"Utf16WithoutAByteOrderMark", Writes("in.xml", test::Utf16Bytes(good)),
          {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
         {"InvalidUtf8InAnAttribute",
          Writes("in.xml", SystemSet({.profileAttributes = "Area=\"Orchid\" Usage=\"Qu\xC3\x28k\""})),

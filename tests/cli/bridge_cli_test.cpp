@@ -11,6 +11,7 @@
 
 #include "blob/blob_decode_for_tests.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
@@ -240,16 +241,6 @@ TEST_F(InstalledSet, EachDatabaseSurvivesTheRoundTrip) {
     }
 }
 
-// UTF-16LE bytes of an ASCII text.
-std::string Utf16(const std::string& text) {
-    std::string bytes = "\xFF\xFE";
-    for (char c : text) {
-        bytes.push_back(c);
-        bytes.push_back('\0');
-    }
-    return bytes;
-}
-
 TEST_F(InstalledSet, TheReverseConversionWritesTheDocumentExactly) {
     ASSERT_EQ(Run({"-s", TestData("bridge/escaping.xml").string(), "-b", "installed/system.blb",
                    "-c", "7"})
@@ -257,29 +248,28 @@ TEST_F(InstalledSet, TheReverseConversionWritesTheDocumentExactly) {
               0);
     ASSERT_EQ(Run({"-r", "-s", "out.xml"}).status, 0);
     const std::string document = ReadFile(dir_ / "out.xml");
-    const std::string expectedStart = Utf16(
+    const std::string expectedStart = test::Utf16WithMark(
         "<?xml version=\"1.0\" encoding=\"utf-16\"?>\n<customisations Format=\"1\" Release=\"7_");
     ASSERT_EQ(document.substr(0, expectedStart.size()), expectedStart);
-    const std::string rest = Utf16(
-                                 "_\">\n"
-                                 "\t<properties>\n"
-                                 "\t\t<area Name=\"Fx&amp;Co\" Privacy=\"Defined\">\n"
-                                 "\t\t\t<property Type=\"String\" Set=\"a&lt;b\">Label</property>\n"
-                                 "\t\t</area>\n"
-                                 "\t</properties>\n"
-                                 "\t<profiles>\n"
-                                 "\t\t<profile Area=\"Fx&amp;Co\" Usage=\"Say &quot;hi&quot;\" "
-                                 "Notes=\"1 &lt; 2 &gt; 0\">\n"
-                                 "\t\t\t<value Property=\"Label\">Tom &amp; Jerry</value>\n"
-                                 "\t\t</profile>\n"
-                                 "\t</profiles>\n"
-                                 "\t<applications>\n"
-                                 "\t\t<application Title=\"&lt;Quoted&gt;\" File=\"q&amp;a.exe\">\n"
-                                 "\t\t\t<use Area=\"Fx&amp;Co\">Say &quot;hi&quot;</use>\n"
-                                 "\t\t</application>\n"
-                                 "\t</applications>\n"
-                                 "</customisations>\n")
-                                 .substr(2);
+    const std::string rest = test::Utf16Bytes(
+        "_\">\n"
+        "\t<properties>\n"
+        "\t\t<area Name=\"Fx&amp;Co\" Privacy=\"Defined\">\n"
+        "\t\t\t<property Type=\"String\" Set=\"a&lt;b\">Label</property>\n"
+        "\t\t</area>\n"
+        "\t</properties>\n"
+        "\t<profiles>\n"
+        "\t\t<profile Area=\"Fx&amp;Co\" Usage=\"Say &quot;hi&quot;\" "
+        "Notes=\"1 &lt; 2 &gt; 0\">\n"
+        "\t\t\t<value Property=\"Label\">Tom &amp; Jerry</value>\n"
+        "\t\t</profile>\n"
+        "\t</profiles>\n"
+        "\t<applications>\n"
+        "\t\t<application Title=\"&lt;Quoted&gt;\" File=\"q&amp;a.exe\">\n"
+        "\t\t\t<use Area=\"Fx&amp;Co\">Say &quot;hi&quot;</use>\n"
+        "\t\t</application>\n"
+        "\t</applications>\n"
+        "</customisations>\n");
     // The 13 characters of the time stamp stand between the two.
     ASSERT_EQ(document.size(), expectedStart.size() + 2 * 13 + rest.size());
     EXPECT_EQ(document.substr(expectedStart.size() + 26), rest);
@@ -301,25 +291,24 @@ TEST_F(InstalledSet, PlaceholdersShowAreasWithoutPropertiesAndProfilesWithoutVal
     ASSERT_EQ(Run({"-r", "-user", "-ph", "-s", "full.xml"}).status, 0);
     const std::string plain = ReadFile(dir_ / "plain.xml");
     const std::string full = ReadFile(dir_ / "full.xml");
-    EXPECT_THAT(plain, Not(HasSubstr(Utf16("<properties>").substr(2))));
-    EXPECT_THAT(plain, Not(HasSubstr(Utf16("<profiles>").substr(2))));
+    EXPECT_THAT(plain, Not(HasSubstr(test::Utf16Bytes("<properties>"))));
+    EXPECT_THAT(plain, Not(HasSubstr(test::Utf16Bytes("<profiles>"))));
     EXPECT_THAT(plain,
-                HasSubstr(Utf16("\t\t\t<use Area=\"Lumen3D\">FastFrames</use>\n").substr(2)));
-    EXPECT_THAT(full,
-                HasSubstr(Utf16("\t<properties>\n\t\t<area Name=\"Lumen3D\" Privacy=\"Defined\">\n"
-                                "\t\t</area>\n\t</properties>\n")
-                              .substr(2)));
-    EXPECT_THAT(
-        full, HasSubstr(Utf16("\t<profiles>\n\t\t<profile Area=\"Lumen3D\" Usage=\"FastFrames\">\n"
-                              "\t\t</profile>\n\t</profiles>\n")
-                            .substr(2)));
+                HasSubstr(test::Utf16Bytes("\t\t\t<use Area=\"Lumen3D\">FastFrames</use>\n")));
+    EXPECT_THAT(full, HasSubstr(test::Utf16Bytes(
+                          "\t<properties>\n\t\t<area Name=\"Lumen3D\" Privacy=\"Defined\">\n"
+                          "\t\t</area>\n\t</properties>\n")));
+    EXPECT_THAT(full, HasSubstr(test::Utf16Bytes(
+                          "\t<profiles>\n\t\t<profile Area=\"Lumen3D\" Usage=\"FastFrames\">\n"
+                          "\t\t</profile>\n\t</profiles>\n")));
 }
 
 TEST_F(InstalledSet, AnEmptyDatabaseGivesTheSmallestDocument) {
     ASSERT_EQ(Run({"-r", "-oem", "-s", "oem.xml"}).status, 0);
     EXPECT_EQ(ReadFile(dir_ / "oem.xml"),
-              Utf16("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n<customisations Format=\"1\" "
-                    "Release=\"\">\n</customisations>\n"));
+              test::Utf16WithMark(
+                  "<?xml version=\"1.0\" encoding=\"utf-16\"?>\n<customisations Format=\"1\" "
+                  "Release=\"\">\n</customisations>\n"));
 }
 
 }  // namespace

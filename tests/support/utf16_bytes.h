@@ -1,0 +1,28 @@
+#pragma once
+
+// UTF-16 bytes of ASCII texts, for tests of UTF-16 files and of the reverse
+// conversion's output.
+
+#include <string>
+#include <string_view>
+
+namespace qk::test {
+
+// The code units of an ASCII text, without a byte-order mark.
+inline std::string Utf16Bytes(std::string_view ascii, bool little = true) {
+    std::string bytes;
+    bytes.reserve(2 * ascii.size());
+    for (const char c : ascii) {
+        bytes.push_back(little ? c : '\0');
+        bytes.push_back(little ? '\0' : c);
+    }
+    return bytes;
+}
+
+// The same after the byte-order mark.
+inline std::string Utf16WithMark(std::string_view ascii, bool little = true) {
+    return (little ? std::string("\xFF\xFE", 2) : std::string("\xFE\xFF", 2)) +
+           Utf16Bytes(ascii, little);
+}
+
+}  // namespace qk::test
