@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/small_blob_for_tests.h"
-#include "tests/support/logged_test.h"
+#include "tests/support/installed_system_test.h"
 #include "xmlinput/customisation.h"
 
 namespace qk {
@@ -25,23 +24,8 @@ std::string Library(const std::string& without = "") {
 constexpr const char* kCreate = "ZEL_Main_Control_Create";
 constexpr const char* kDestroy = "ZEL_Main_Control_Destroy";
 
-// Installs the small blob as the system database; the user and OEM ones are absent.
-class DisplayControlTest : public unit::LoggedTest {
+class DisplayControlTest : public unit::InstalledSystemTest {
   protected:
-    void SetUp() override {
-        LoggedTest::SetUp();
-        sim::WriteBlobFile((Scratch() / "system.blb").string(), sim::SmallBlob());
-        setenv("VEXZEL_SIM_DIR", Scratch().c_str(), 1);
-        unsetenv("VEXZEL_SIM_FAIL");
-    }
-    void TearDown() override {
-        SetDisplayControlLibrary(nullptr);
-        unsetenv("VEXZEL_SIM_DIR");
-        unsetenv("VEXZEL_SIM_FAIL");
-        ReleaseLibraryAnswers();
-        LoggedTest::TearDown();
-    }
-
     struct Outcome {
         int result;
         std::string out;

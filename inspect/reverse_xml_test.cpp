@@ -8,8 +8,7 @@
 #include <string>
 
 #include "bridge/display_control.h"
-#include "simulator/small_blob_for_tests.h"
-#include "tests/support/logged_test.h"
+#include "tests/support/installed_system_test.h"
 #include "tests/support/utf16_bytes.h"
 #include "xmlinput/customisation.h"
 
@@ -195,20 +194,11 @@ TEST(ReverseXmlTest, WideTextBecomesUtf16LittleEndian) {
 }
 
 // The conversion run against the stand-in library, loaded by path.
-class ReverseToXmlTest : public unit::LoggedTest {
+class ReverseToXmlTest : public unit::InstalledSystemTest {
   protected:
     void SetUp() override {
-        LoggedTest::SetUp();
-        sim::WriteBlobFile((Scratch() / "system.blb").string(), sim::SmallBlob());
-        setenv("VEXZEL_SIM_DIR", Scratch().c_str(), 1);
-        unsetenv("VEXZEL_SIM_FAIL");
+        InstalledSystemTest::SetUp();
         SetDisplayControlLibrary(library_.c_str());
-    }
-    void TearDown() override {
-        SetDisplayControlLibrary(nullptr);
-        unsetenv("VEXZEL_SIM_DIR");
-        unsetenv("VEXZEL_SIM_FAIL");
-        LoggedTest::TearDown();
     }
     std::string Read(const std::string& name) {
         std::ifstream in(Scratch() / name, std::ios::binary);
