@@ -127,7 +127,7 @@ void WriteWordsTable() {
     g_strsEmptyString = WordsAdd(L"");
     for (int i = 0; i < g_iWordsArrElement; ++i) {
         WordEntry& entry = g_lpWordsArray[static_cast<std::size_t>(i)];
-        entry.ref = WordsAdd(entry.text);
+        entry.ref = WordsAdd(entry.text, entry.length);
     }
 }
 

@@ -26,6 +26,24 @@ namespace {
 
 constexpr int kFirstWordsRoom = 10;
 
+// Two code units per step with one multiply; the high half is folded into
+// the low bits that pick the slot.
+std::uint32_t HashText(std::wstring_view text) {
+    constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15ULL;
+    std::uint64_t hash = text.size() * kMultiplier;
+    std::size_t at = 0;
+    for (; at + 2 <= text.size(); at += 2) {
+        std::uint64_t pair = 0;
+        std::memcpy(&pair, text.data() + at, sizeof pair);
+        hash = (hash ^ pair) * kMultiplier;
+        hash ^= hash >> 32;
+    }
+    if (at < text.size()) {
+        hash = (hash ^ static_cast<std::uint32_t>(text[at])) * kMultiplier;
+    }
+    return static_cast<std::uint32_t>(hash ^ (hash >> 29));
+}
+
 // Text -> entry index, open addressing over entry indices with their hashes,
 // kept at most half full. Flat slots keep a lookup to about one cache line of
 // the table and one of the text; the texts are the entries' tracked copies,
@@ -39,11 +57,12 @@ class WordsIndex {
         used_ = 0;
     }
 
-    int Find(std::wstring_view text) const {
+    int Find(std::wstring_view text) const { return Find(text, HashText(text)); }
+
+    int Find(std::wstring_view text, std::uint32_t hash) const {
         if (slots_.empty()) {
             return -1;
         }
-        const std::uint32_t hash = Hash(text);
         for (std::size_t at = hash & Mask();; at = (at + 1) & Mask()) {
             const Slot& slot = slots_[at];
             if (slot.index < 0) {
@@ -57,12 +76,20 @@ class WordsIndex {
         }
     }
 
+    // Starts loading the slot where a lookup of this hash begins, so that the
+    // caller's work overlaps the cache miss.
+    void Prefetch(std::uint32_t hash) const {
+        if (!slots_.empty()) {
+            __builtin_prefetch(&slots_[hash & Mask()]);
+        }
+    }
+
     // Throws std::bad_alloc when the table cannot grow.
-    void Insert(std::wstring_view text, int index) {
+    void Insert(std::size_t length, std::uint32_t hash, int index) {
         if (2 * (used_ + 1) > slots_.size()) {
             Grow(slots_.empty() ? kFirstSlots : 2 * slots_.size());
         }
-        Place({Hash(text), static_cast<std::uint32_t>(text.size()), index});
+        Place({hash, static_cast<std::uint32_t>(length), index});
         ++used_;
     }
 
@@ -84,23 +111,6 @@ class WordsIndex {
     };
     static constexpr std::size_t kFirstSlots = 1024;
 
-    // Two code units per step with one multiply; the high half is folded into
-    // the low bits that pick the slot.
-    static std::uint32_t Hash(std::wstring_view text) {
-        constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15ULL;
-        std::uint64_t hash = text.size() * kMultiplier;
-        std::size_t at = 0;
-        for (; at + 2 <= text.size(); at += 2) {
-            std::uint64_t pair = 0;
-            std::memcpy(&pair, text.data() + at, sizeof pair);
-            hash = (hash ^ pair) * kMultiplier;
-            hash ^= hash >> 32;
-        }
-        if (at < text.size()) {
-            hash = (hash ^ static_cast<std::uint32_t>(text[at])) * kMultiplier;
-        }
-        return static_cast<std::uint32_t>(hash ^ (hash >> 29));
-    }
     std::size_t Mask() const { return slots_.size() - 1; }
 
     void Place(const Slot& entry) {
@@ -151,7 +161,8 @@ bool KeyEndsText(std::uint64_t key) {
 struct Sortable {
     std::uint64_t key;
     const wchar_t* text;
-    int entry;  // where the text stands in the word list
+    int entry;             // where the text stands in the word list
+    std::uint32_t length;  // of the text, in code units
 };
 
 // Orders the texts as wcscmp does, two code units at a time: sort by the two
@@ -208,21 +219,29 @@ int AddToWordsArray(const wchar_t* text) {
     if (text == nullptr) {
         return -1;
     }
-    const std::size_t length = std::wcslen(text);
+    return AddToWordsArray(text, std::wcslen(text));
+}
+
+int AddToWordsArray(const wchar_t* text, std::size_t length) {
+    if (text == nullptr) {
+        return -1;
+    }
+    const std::uint32_t hash = HashText(std::wstring_view(text, length));
+    g_wordsIndex.Prefetch(hash);
     wchar_t* copy = TrackedCopy(text, length);
     if (length > static_cast<std::size_t>(g_iLongestString)) {
         g_iLongestString = static_cast<int>(length);
     }
-    if (const int found = g_wordsIndex.Find(std::wstring_view(copy, length)); found >= 0) {
+    if (const int found = g_wordsIndex.Find(std::wstring_view(copy, length), hash); found >= 0) {
         return found;
     }
     if (g_iWordsArrElement == g_iWordsArrAllocated && !GrowWords()) {
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
         return -1;
     }
-    g_lpWordsArray.push_back({copy, {0, 0}});
+    g_lpWordsArray.push_back({copy, {0, 0}, static_cast<std::uint32_t>(length)});
     try {
-        g_wordsIndex.Insert(std::wstring_view(copy, length), g_iWordsArrElement);
+        g_wordsIndex.Insert(length, hash, g_iWordsArrElement);
     } catch (const std::bad_alloc&) {
         g_lpWordsArray.pop_back();
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
@@ -249,8 +268,10 @@ void SortStringTable() {
     // empty here and is refused below.
     std::vector<Sortable> sortable(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const wchar_t* text = g_lpWordsArray[i].text != nullptr ? g_lpWordsArray[i].text : L"";
-        sortable[i] = {0, text, static_cast<int>(i)};
+        const WordEntry& entry = g_lpWordsArray[i];
+        sortable[i] = entry.text != nullptr
+                          ? Sortable{0, entry.text, static_cast<int>(i), entry.length}
+                          : Sortable{0, L"", static_cast<int>(i), 0};
     }
     SortTexts(sortable);
     std::vector<const wchar_t*> texts(count);
@@ -265,7 +286,8 @@ void SortStringTable() {
             ProgressLog(L"ERROR, words array item is NULL\n", 0);
             ExitFree();
         }
-        g_lpWordsArray[i].text = TrackedCopy(texts[i]);
+        g_lpWordsArray[i].text = TrackedCopy(texts[i], sortable[i].length);
+        g_lpWordsArray[i].length = sortable[i].length;
     }
     g_wordsIndex.Renumber(newIndex);
     ProgressLog(L"DONE, SortStringTable.\n", 0);
@@ -283,7 +305,10 @@ StringRef WordsAdd(const wchar_t* text) {
     if (text == nullptr) {
         text = L"";
     }
-    const std::size_t length = std::wcslen(text);
+    return WordsAdd(text, std::wcslen(text));
+}
+
+StringRef WordsAdd(const wchar_t* text, std::size_t length) {
     const std::uint64_t units = TextUnits(length);
     ReserveImageBytes(units * kUnitBytes, L"text", text);
     BlobHeader* header = Header();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -11,6 +12,7 @@ namespace qk {
 struct WordEntry {
     wchar_t* text;  // tracked copy
     StringRef ref;
+    std::uint32_t length;  // of text, in code units, so that it is counted once
 };
 
 // The word list: every distinct text the tree stores, in offer order until
@@ -29,6 +31,8 @@ extern std::uint8_t* g_lpWordsPtr;
 // Offers a text that the tree stores; every distinct text is written once.
 // -1 when the list could not grow (or for a null text).
 int AddToWordsArray(const wchar_t* text);
+// The same for a text whose length (in code units) the caller already knows.
+int AddToWordsArray(const wchar_t* text, std::size_t length);
 
 // Sorts the list's texts in place (ascending code units) and logs them.
 void SortStringTable();
@@ -38,6 +42,7 @@ void PrintAll(const wchar_t* const* texts, int count);
 
 int WordsInitialise();
 StringRef WordsAdd(const wchar_t* text);
+StringRef WordsAdd(const wchar_t* text, std::size_t length);
 // The StringRef under which text is stored; the empty string's for an absent,
 // empty or unknown text.
 StringRef FindStrings(const wchar_t* text);

@@ -46,35 +46,23 @@ bool Is(const wchar_t* name, const wchar_t* wanted) {
 
 // A private copy that also goes into the word list, as every stored text does.
 wchar_t* StoredCopy(const wchar_t* text) {
-    wchar_t* copy = TrackedCopy(text);
-    AddToWordsArray(copy);
+    const std::size_t length = std::wcslen(text);
+    wchar_t* copy = TrackedCopy(text, length);
+    AddToWordsArray(copy, length);
     return copy;
 }
 
-bool IsAscii(std::string_view text) {
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) >= 0x80) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // Element text is widened as UTF-8, like attribute values; plain ASCII, by far
-// the most common, needs no tracked copy.
+// the most common, is widened in one pass into the reused buffer and needs no
+// tracked copy.
 bool WidenWord(const char* word, std::wstring& out) {
-    const std::string_view narrow(word);
-    if (IsAscii(narrow)) {
-        if (narrow.size() > kMaxWideUnits) {
-            return false;  // the bound that chartowc keeps for every text
-        }
-        // Unit by unit into the reused buffer: assigning the char range would
-        // build a temporary string for every attribute and word.
-        out.resize(narrow.size());
-        for (std::size_t i = 0; i < narrow.size(); ++i) {
-            out[i] = static_cast<wchar_t>(narrow[i]);
-        }
-        return true;
+    out.clear();
+    const char* at = word;
+    for (; *at != '\0' && static_cast<unsigned char>(*at) < 0x80; ++at) {
+        out.push_back(static_cast<wchar_t>(*at));
+    }
+    if (*at == '\0') {
+        return out.size() <= kMaxWideUnits;  // the bound that chartowc keeps
     }
     const wchar_t* wide = chartowc(word);
     if (wide == nullptr) {
@@ -230,11 +218,11 @@ void FileReader::FlushPendingWord() {
         return;
     }
     if (pendingTextValue_ != nullptr) {
-        pendingTextValue_->lpData = TrackedCopy(text_.c_str());
+        pendingTextValue_->lpData = TrackedCopy(text_.c_str(), text_.size());
         pendingTextValue_->iDataLength = 0;
         pendingTextValue_ = nullptr;
     }
-    AddToWordsArray(text_.c_str());
+    AddToWordsArray(text_.c_str(), text_.size());
     pendingWord_ = false;
 }
 
@@ -620,7 +608,7 @@ int FileReader::HandleWord(const char* word) {
                     return -2;
                 }
                 const wchar_t* before = property_->strName;
-                property_->strName = TrackedCopy(text_.c_str());
+                property_->strName = TrackedCopy(text_.c_str(), text_.size());
                 pendingWord_ = true;
                 propertyComplete_ = true;
                 NotePropertyNamed(propertyArea_, property_, before);
