@@ -87,29 +87,38 @@ TEST_F(StringTableTest, SortsByCodeUnitsWithPrefixesFirst) {
 }
 
 // Texts that share long beginnings of odd and even lengths, are prefixes of one
-// another, or hold units whose sign bit is set: the order is int_cmp's.
+// another, or hold units whose sign bit is set: the order is int_cmp's, whether
+// the list's units all fit in 8 bits, in 16, or need all 32.
 TEST_F(StringTableTest, SortAgreesWithIntCmpOnSharedBeginnings) {
-    std::mt19937 random(7);
-    const std::wstring alphabet = {
-        L'a', L'b', L'/', L'\u00e9', static_cast<wchar_t>(0x10FFFF), static_cast<wchar_t>(-5)};
-    std::vector<std::wstring> offered;
-    for (int i = 0; i < 3000; ++i) {
-        std::wstring text = i % 3 == 0 ? L"programs/vendor/" : (i % 3 == 1 ? L"programs/v" : L"");
-        const std::size_t length = random() % 9;
-        for (std::size_t at = 0; at < length; ++at) {
-            text.push_back(alphabet[random() % alphabet.size()]);
+    const std::wstring alphabets[] = {
+        {L'a', L'b', L'/', L'\u00e9', L'\u00ff'},
+        {L'a', L'b', L'/', L'\u00e9', L'\u4e2d', L'\uffff'},
+        {L'a', L'b', L'/', L'\u00e9', static_cast<wchar_t>(0x10FFFF), static_cast<wchar_t>(-5)},
+    };
+    for (const std::wstring& alphabet : alphabets) {
+        ResetStringTable();
+        std::mt19937 random(7);
+        std::vector<std::wstring> offered;
+        for (int i = 0; i < 3000; ++i) {
+            std::wstring text =
+                i % 3 == 0 ? L"programs/vendor/" : (i % 3 == 1 ? L"programs/v" : L"");
+            const std::size_t length = random() % 19;
+            for (std::size_t at = 0; at < length; ++at) {
+                text.push_back(alphabet[random() % alphabet.size()]);
+            }
+            offered.push_back(text);
+            AddToWordsArray(text.c_str());
         }
-        offered.push_back(text);
-        AddToWordsArray(text.c_str());
-    }
-    SortStringTable();
-    std::sort(offered.begin(), offered.end(), [](const std::wstring& a, const std::wstring& b) {
-        return int_cmp(a.c_str(), b.c_str()) < 0;
-    });
-    offered.erase(std::unique(offered.begin(), offered.end()), offered.end());
-    ASSERT_EQ(g_iWordsArrElement, static_cast<int>(offered.size()));
-    for (std::size_t i = 0; i < offered.size(); ++i) {
-        ASSERT_EQ(std::wstring(g_lpWordsArray[i].text), offered[i]) << "entry " << i;
+        SortStringTable();
+        std::sort(offered.begin(), offered.end(), [](const std::wstring& a, const std::wstring& b) {
+            return int_cmp(a.c_str(), b.c_str()) < 0;
+        });
+        offered.erase(std::unique(offered.begin(), offered.end()), offered.end());
+        ASSERT_EQ(g_iWordsArrElement, static_cast<int>(offered.size()));
+        for (std::size_t i = 0; i < offered.size(); ++i) {
+            ASSERT_EQ(std::wstring(g_lpWordsArray[i].text), offered[i])
+                << "entry " << i << " of alphabet " << static_cast<int>(alphabet.back());
+        }
     }
 }
 
