@@ -96,13 +96,5 @@ TEST(LogFormatTest, AnythingElseIsLeftToTheLibrary) {
     EXPECT_FALSE(quick(L"%p", static_cast<void*>(out)));
 }
 
-TEST(LogFormatTest, LogFormatFallsBackWithoutChangingTheText) {
-    // Through the whole path: a narrow UTF-8 name goes to the library, which
-    // decodes it with the UTF-8 character type.
-    Formatted formatted = Both(4096, L"file %s\n", "caf\xc3\xa9.xml");
-    EXPECT_FALSE(formatted.quick);
-    EXPECT_EQ(formatted.reference, L"file caf\x00e9.xml\n");
-}
-
 }  // namespace
 }  // namespace qk

@@ -44,8 +44,6 @@ TEST_F(ProgressLogTest, ModeOneStartsANewLogAndLinesCarryTheirOwnEnds) {
 
 TEST_F(ProgressLogTest, AnExistingLogIsTruncatedByModeOneOnly) {
     ResetProgressLog();
-    unit::LoggedTest* self = this;
-    (void)self;
     {
         std::FILE* file = std::fopen(kLogFileName, "w");
         std::fputs("earlier run\n", file);

@@ -1,29 +1,22 @@
 #include "blob/blob_file.h"
-#include "text/utf8.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "blob/blob_test_support.h"
+#include "tests/support/files.h"
 
 namespace qk::unit {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void WriteFile(const fs::path& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
+using test::ReadFile;
+using test::WriteFile;
 
 std::vector<std::string> DirectoryEntries() {
     std::vector<std::string> names;
@@ -129,11 +122,6 @@ TEST_F(BlobFileTest, FailedWriteLeavesTheOldBlobWhole) {
     EXPECT_EQ(Log().find("BLOB file:-"), std::string::npos);
 }
 
-TEST_F(BlobFileTest, UnopenableTargetIsReported) {
-    EXPECT_EQ(Write("no-such-dir/out.blb"), 0);
-    EXPECT_NE(Log().find("FAILED: Unable to open bin file for writing.\n"), std::string::npos);
-}
-
 TEST_F(BlobFileTest, SymbolicLinkKeepsPointingAtTheReplacedFile) {
     fs::create_directory("real");
     WriteFile("real/target.blb", "old");
@@ -184,16 +172,6 @@ TEST_F(BlobFileTest, VersionOfTheDefaultBlob) {
               std::string::npos);
 }
 
-TEST_F(BlobFileTest, VersionWithoutAUsableBlobIsEmpty) {
-    EXPECT_EQ(PrintedVersion(), "Version string from BIN file:- \n");
-    EXPECT_NE(Log().find("Version string: - : - offset:- 0, length:- 0, content:- \n"),
-              std::string::npos);
-
-    WriteFile("quillard.blb", image_ + std::string(kMaxImageBytes, 'x'));
-    EXPECT_EQ(PrintedVersion(), "Version string from BIN file:- \n");
-    EXPECT_NE(Log().find("ERROR, blob file \"quillard.blb\""), std::string::npos);
-}
-
 TEST_F(BlobFileTest, VersionOfEveryTruncatedBlobIsAPrefixOrEmpty) {
     const std::string full = "8.1_20090303_1405_";
     for (std::size_t length = image_.size(); length > 0; --length) {
@@ -236,26 +214,6 @@ TEST_F(BlobFileTest, AVersionThatIsNotWholeIsReportedInTheLog) {
         EXPECT_EQ(log.find(empty) != std::string::npos, c.bytes.empty()) << c.name;
         EXPECT_EQ(printed.find("8.1_") != std::string::npos, c.whole) << c.name;
     }
-}
-
-TEST_F(BlobFileTest, VersionTextIsPrintedAsUtf8) {
-    const struct {
-        const wchar_t* text;
-        const char* utf8;
-    } cases[] = {
-        {L"plain", "plain"},
-        {L"\u00e9", "\xc3\xa9"},
-        {L"\u20ac", "\xe2\x82\xac"},
-        {L"\xD83D\xDE00", "\xf0\x9f\x98\x80"},  // a surrogate pair
-        {L"\xD83Dx", "\xef\xbf\xbdx"},          // a lone high surrogate
-        {L"\xDE00", "\xef\xbf\xbd"},
-        {L"\U0001F600", "\xf0\x9f\x98\x80"},
-        {L"", ""},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(EncodeUtf8(c.text), c.utf8) << Narrow(c.text);
-    }
-    EXPECT_EQ(EncodeUtf8(nullptr), "");
 }
 
 }  // namespace

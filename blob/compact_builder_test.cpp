@@ -186,18 +186,6 @@ TEST_F(CompactBuilderTest, ValueRecordsSizesAndPadding) {
               FindStrings(L"off").pos);
 }
 
-TEST_F(CompactBuilderTest, PropertyNameOfFifteenFillsTheField) {
-    Area* area = AddArea(L"Render");
-    Property* longName = AddProperty(area, kTypeDword, L"ABCDEFGHIJKLMNO");
-    Profile* profile = AddProfile(area, L"p");
-    AddWords(profile, longName, {7});
-    DecodedBlob blob = Build();
-    ASSERT_TRUE(blob.ok()) << blob.errors.front();
-    const DecodedValue& value = blob.profiles[0].values[0];
-    EXPECT_EQ(value.propertyName, "ABCDEFGHIJKLMNO");
-    EXPECT_EQ(value.nameField[15], 0);
-}
-
 TEST_F(CompactBuilderTest, ProfilesWithoutValuesOrDriver) {
     Area* area = AddArea(L"Render");
     Property* dword = AddProperty(area, kTypeDword, L"Dw");
@@ -344,11 +332,16 @@ TEST_F(CompactBuilderTest, LimitsThemselvesAreAccepted) {
     Value* value = AddWords(big, binary, {0});
     value->lpData = Allocate(4 * 4096);
     value->iDataLength = 4096;
+    // A name of 15 characters fills the field up to its terminator.
+    AddWords(big, AddProperty(area, kTypeDword, L"ABCDEFGHIJKLMNO"), {7});
     DecodedBlob blob = Build();
     ASSERT_TRUE(blob.ok()) << blob.errors.front();
     EXPECT_EQ(blob.profiles[0].values.size(), 1024u);
     EXPECT_EQ(blob.profiles[0].values[1023].Word(0), 1023u);
     EXPECT_EQ(blob.profiles[1].values[0].datum.size(), 4096u);
+    const DecodedValue& longName = blob.profiles[1].values[1];
+    EXPECT_EQ(longName.propertyName, "ABCDEFGHIJKLMNO");
+    EXPECT_EQ(longName.nameField[15], 0);
 }
 
 TEST_F(CompactBuilderTest, ImageThatWouldOutgrowItsBufferStopsBeforeWriting) {

@@ -2,8 +2,6 @@
 // and with texts that share long prefixes, checked against plain scans.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -41,22 +39,6 @@ TEST_F(WordIndexTest, EveryRepeatFindsItsEntryWhileTheIndexGrows) {
         // A text one unit shorter or longer is a different text.
         const std::wstring longer = texts[i] + L"x";
         EXPECT_EQ(AddToWordsArray(longer.c_str()), g_iWordsArrElement);
-    }
-}
-
-TEST_F(WordIndexTest, SortGivesTheOrderOfWcscmp) {
-    auto texts = ManyTexts();
-    // Offered in a scrambled order.
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        AddToWordsArray(texts[(i * 7919) % texts.size()].c_str());
-    }
-    ASSERT_EQ(g_iWordsArrElement, static_cast<int>(texts.size()));
-    SortStringTable();
-    std::sort(texts.begin(), texts.end(), [](const std::wstring& a, const std::wstring& b) {
-        return std::wcscmp(a.c_str(), b.c_str()) < 0;
-    });
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        ASSERT_EQ(std::wstring(g_lpWordsArray[i].text), texts[i]) << "entry " << i;
     }
 }
 

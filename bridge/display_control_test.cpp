@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cwchar>
 #include <functional>
 #include <string>
 #include <vector>
@@ -157,39 +156,6 @@ TEST_F(DisplayControlTest, QueriesHandBackTheLibrarysAnswersUnchanged) {
               "ZEL_ApplicationProfiles_PropertyType_Get failed.");
 }
 
-TEST_F(DisplayControlTest, TheFetchedTreeComesFromTheInstalledBlob) {
-    Load(Library());
-    Customisations system{};
-    ASSERT_EQ(Call_ZEL_ApplicationProfiles_GetCustomization(0, &system), 0);
-    ASSERT_NE(system.strFormat, nullptr);
-    EXPECT_STREQ(system.strFormat, L"1");
-    ASSERT_NE(system.strRelease, nullptr);
-    EXPECT_STREQ(system.strRelease, L"");
-    ASSERT_NE(system.lpAreas, nullptr);
-    EXPECT_EQ(system.lpAreas->lpNext, nullptr);
-    ASSERT_NE(system.lpAreas->lpDriver, nullptr);
-    EXPECT_STREQ(system.lpAreas->lpDriver->strName, L"D");
-    EXPECT_EQ(system.lpAreas->lpDriver->iPrivacy, 1);
-    const Property* property = system.lpAreas->lpProperties;
-    ASSERT_NE(property, nullptr);
-    EXPECT_STREQ(property->strName, L"P");
-    EXPECT_EQ(property->iType, kTypeDword);
-    EXPECT_EQ(property->lpNext, nullptr);
-    EXPECT_EQ(system.lpProfiles, nullptr);
-    EXPECT_EQ(system.lpApplications, nullptr);
-
-    // A missing database file is an empty database that still carries its format.
-    for (int database : {1, 2}) {
-        Customisations empty{};
-        ASSERT_EQ(Call_ZEL_ApplicationProfiles_GetCustomization(database, &empty), 0);
-        EXPECT_STREQ(empty.strFormat, L"1");
-        EXPECT_STREQ(empty.strRelease, L"");
-        EXPECT_EQ(empty.lpAreas, nullptr);
-        EXPECT_EQ(empty.lpProfiles, nullptr);
-        EXPECT_EQ(empty.lpApplications, nullptr);
-    }
-}
-
 TEST_F(DisplayControlTest, ACorruptDatabaseIsAnErrorNotACrash) {
     Load(Library());
     auto blob = sim::SmallBlob();
@@ -204,16 +170,6 @@ TEST_F(DisplayControlTest, ACorruptDatabaseIsAnErrorNotACrash) {
     EXPECT_NE(Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(L"D", &privacy), 0);
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(root.lpAreas, nullptr);
-}
-
-TEST(DisplayControlMemoryTest, FreeReleasesTheBlockAndClearsThePointer) {
-    void* block = ZEL_Main_Memory_Alloc(16);
-    ASSERT_NE(block, nullptr);
-    ZEL_Main_Memory_Free(&block);
-    EXPECT_EQ(block, nullptr);
-    ZEL_Main_Memory_Free(&block);  // a null block is left alone
-    ZEL_Main_Memory_Free(nullptr);
-    EXPECT_EQ(block, nullptr);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +14,8 @@
 #include "blob/blob_file.h"
 #include "blob/blob_format.h"
 #include "blob/compact_builder.h"
+#include "tests/support/files.h"
+#include "tests/support/image_writer.h"
 #include "tests/support/logged_test.h"
 
 namespace qk {
@@ -23,56 +24,12 @@ namespace {
 const std::string kBegin = "----------------------BEGIN PRINT COMPACT-------------------------\n";
 const std::string kDone = "----------------------PRINT COMPACT DONE-------------------------\n";
 
-// Builds a blob unit by unit so a test controls every byte.
-struct ImageWriter {
-    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(kHeaderBytes, 0);
-    BlobHeader header{};
-
-    std::uint32_t Units() const {
-        return static_cast<std::uint32_t>((bytes.size() - kHeaderBytes) / kUnitBytes);
-    }
-    std::uint32_t Put(const void* data, std::size_t size) {
-        const std::uint32_t position = Units();
-        bytes.insert(bytes.end(), static_cast<const std::uint8_t*>(data),
-                     static_cast<const std::uint8_t*>(data) + size);
-        bytes.resize(bytes.size() + (kUnitBytes - size % kUnitBytes) % kUnitBytes, 0);
-        return position;
-    }
-    template <typename Record>
-    std::uint32_t Put(const Record& record) {
-        return Put(&record, sizeof record);
-    }
-    StringRef Text(const std::wstring& text) {
-        const auto size = static_cast<std::uint32_t>((text.size() + 1) * sizeof(wchar_t));
-        return {Put(text.c_str(), size), size};
-    }
-    void Value(const char* name, const void* datum, std::uint32_t size) {
-        std::vector<std::uint8_t> record(sizeof(ValueRecordHead) + size, 0);
-        std::memcpy(record.data(), name, std::strlen(name));
-        std::memcpy(record.data() + kPropertyNameBytes, &size, sizeof size);
-        if (size != 0) {
-            std::memcpy(record.data() + sizeof(ValueRecordHead), datum, size);
-        }
-        Put(record.data(), record.size());
-    }
-    // [from, here) becomes a table.
-    void Table(std::uint32_t& start, std::uint32_t& units, std::uint32_t from) {
-        start = from;
-        units = Units() - from;
-    }
-    std::vector<std::uint8_t> Bytes() const {
-        std::vector<std::uint8_t> all = bytes;
-        std::memcpy(all.data(), &header, sizeof header);
-        return all;
-    }
-};
-
 // Two areas with a property chain, values of five kinds, uses that select a
 // profile, no profile (1) and a missing name (0). Positions: words 0-31,
 // drivers 32 and 34, properties 36 and 39, areas 42-43, profiles 44 (values
 // 48, 51, 55, 59, 62) and 66, uses 70-73, applications 74, 79 and 84.
 std::vector<std::uint8_t> Reference() {
-    ImageWriter w;
+    test::ImageWriter w;
     BlobHeader& h = w.header;
     const StringRef empty = w.Text(L"");
     StringRef t[9];
@@ -185,15 +142,11 @@ TEST_F(BlobDumpTest, DumpsEveryTableLineByLine) {
 }
 
 TEST_F(BlobDumpTest, EmptyTablesLogOnlyTheirHeadings) {
-    ImageWriter w;
+    test::ImageWriter w;
     w.Text(L"");
     w.Text(L"1.0");
     w.Table(w.header.posWordsStart, w.header.nWordsUnits, 0);
-    for (std::uint32_t* start :
-         {&w.header.posDriverStart, &w.header.posPropertyStart, &w.header.posAreaStart,
-          &w.header.posProfileStart, &w.header.posUseStart, &w.header.posApplicationStart}) {
-        *start = 3;
-    }
+    w.EmptyTablesHere();
     EXPECT_EQ(Dump(w.Bytes()), kBegin +
                                    "Words Table: ---\n...String #0:is ----- \n"
                                    "...String #1:is ----- 1.0\nDriver Table: ---\n"
@@ -298,9 +251,7 @@ TEST_F(BlobDumpTest, TruncatedFilesDumpToTheirEnd) {
     const std::vector<std::uint8_t> bytes = Reference();
     for (std::size_t length = bytes.size() + 1; length-- > 0;) {
         SCOPED_TRACE(length);
-        std::ofstream("cut.blb", std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(length));
+        test::WriteFile("cut.blb", std::string(bytes.begin(), bytes.begin() + length));
         ResetCompactBuilder();
         FreeAll();
         ProgressLog(L"", 1);

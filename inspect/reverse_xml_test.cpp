@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "bridge/display_control.h"
+#include "tests/support/files.h"
 #include "tests/support/installed_system_test.h"
 #include "tests/support/utf16_bytes.h"
 #include "xmlinput/customisation.h"
@@ -65,6 +64,14 @@ TEST(ReverseXmlTest, ValueTextsByType) {
         {kTypeBoolean, {}, "False"},
         {kTypeDword, {0x34, 0x12}, "0x00001234"},  // a short word is not read past its end
         {kTypeString, {'H', 0, 0, 0, 'i', 0, 0, 0}, "Hi"},
+        // Texts end at their first zero unit or their last byte.
+        {kTypeEnumerated, {}, ""},
+        // A partial last unit still makes a character.
+        {kTypeEnumerated, {'A', 0, 0, 0, 'B'}, "AB"},
+        {kTypeEnumerated, {'A', 0, 0, 0, 0, 0, 0, 0, 'B', 0, 0, 0}, "A"},
+        {kTypeEnumerated,
+         {'<', 0, 0, 0, '>', 0, 0, 0, '&', 0, 0, 0, '"', 0, 0, 0},
+         "&lt;&gt;&amp;&quot;"},
     };
     for (const auto& c : cases) {
         wchar_t name[] = L"P";
@@ -81,31 +88,6 @@ TEST(ReverseXmlTest, ValueTextsByType) {
         EXPECT_NE(xml.find("<value Property=\"P\">" + c.text + "</value>"), std::string::npos)
             << c.text << "\n"
             << xml;
-    }
-}
-
-TEST(ReverseXmlTest, TextValuesEndAtTheirFirstZeroUnitOrTheirLastByte) {
-    struct Case {
-        std::vector<std::uint8_t> data;
-        std::string text;
-    };
-    const Case cases[] = {
-        {{}, ""},
-        {{'A', 0, 0, 0, 'B'}, "AB"},  // a partial last unit still makes a character
-        {{'A', 0, 0, 0, 0, 0, 0, 0, 'B', 0, 0, 0}, "A"},
-        {{'<', 0, 0, 0, '>', 0, 0, 0, '&', 0, 0, 0, '"', 0, 0, 0}, "&lt;&gt;&amp;&quot;"},
-    };
-    for (const auto& c : cases) {
-        wchar_t name[] = L"Label";
-        Property property{kTypeEnumerated, name, nullptr, nullptr, {}, {}, 0};
-        std::vector<std::uint8_t> data = c.data;
-        Value value{data.data(), static_cast<std::uint32_t>(data.size()), &property, nullptr, {}};
-        Profile profile{nullptr, nullptr, nullptr, &value, nullptr, {}, {}, 0};
-        Customisations root{nullptr, &profile, nullptr, nullptr, nullptr, nullptr, {}, {}, {}};
-        EXPECT_NE(Utf8OfUtf16(ReverseXmlBytes(root, 0))
-                      .find("<value Property=\"Label\">" + c.text + "</value>"),
-                  std::string::npos)
-            << c.text;
     }
 }
 
@@ -200,27 +182,22 @@ class ReverseToXmlTest : public unit::InstalledSystemTest {
         InstalledSystemTest::SetUp();
         SetDisplayControlLibrary(library_.c_str());
     }
-    std::string Read(const std::string& name) {
-        std::ifstream in(Scratch() / name, std::ios::binary);
-        std::ostringstream bytes;
-        bytes << in.rdbuf();
-        return bytes.str();
-    }
     std::string library_ = std::string(SIMULATOR_DIR) + "/libvexzelxx.so";
 };
 
 TEST_F(ReverseToXmlTest, WritesTheFetchedDatabase) {
     ASSERT_EQ(ReverseToXml(0, 0, "system.xml"), 0);
-    EXPECT_EQ(Read("system.xml"),
+    EXPECT_EQ(test::ReadFile("system.xml"),
               test::Utf16WithMark("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
                                   "<customisations Format=\"1\" Release=\"\">\n"
                                   "\t<properties>\n\t\t<area Name=\"D\" Privacy=\"Defined\">\n"
                                   "\t\t\t<property Type=\"Dword\">P</property>\n"
                                   "\t\t</area>\n\t</properties>\n</customisations>\n"));
     ASSERT_EQ(ReverseToXml(1, 1, "user.xml"), 0);
-    EXPECT_EQ(Read("user.xml"), test::Utf16WithMark("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
-                                                    "<customisations Format=\"1\" Release=\"\">\n"
-                                                    "</customisations>\n"));
+    EXPECT_EQ(test::ReadFile("user.xml"),
+              test::Utf16WithMark("<?xml version=\"1.0\" encoding=\"utf-16\"?>\n"
+                                  "<customisations Format=\"1\" Release=\"\">\n"
+                                  "</customisations>\n"));
     EXPECT_EQ(Log(), "");
 }
 
@@ -239,13 +216,13 @@ TEST_F(ReverseToXmlTest, AFailedFetchLeavesTheFileAlone) {
         {0, library_, "ZEL_Main_Control_Create", -1},
     };
     for (const auto& c : cases) {
-        std::ofstream(Scratch() / "kept.xml") << "earlier";
+        test::WriteFile("kept.xml", "earlier");
         SetDisplayControlLibrary(c.library.c_str());
         setenv("VEXZEL_SIM_FAIL", c.fail.c_str(), 1);
         testing::internal::CaptureStdout();
         EXPECT_EQ(ReverseToXml(c.database, 0, "kept.xml"), c.result) << c.library << c.fail;
         testing::internal::GetCapturedStdout();
-        EXPECT_EQ(Read("kept.xml"), "earlier") << c.library << c.fail;
+        EXPECT_EQ(test::ReadFile("kept.xml"), "earlier") << c.library << c.fail;
     }
     SetDisplayControlLibrary(library_.c_str());
 }

@@ -2,18 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "app/profile_mode.h"
 #include "app/tracked_memory.h"
+#include "tests/support/files.h"
 #include "tests/support/logged_test.h"
+#include "tests/support/tree_builder.h"
 #include "text/wide_string.h"
 #include "xmlinput/file_reader.h"
 
 namespace qk {
 namespace {
+
+using unit::AddArea;
 
 class ConsistencyTest : public unit::LoggedTest {
   protected:
@@ -29,26 +32,6 @@ class ConsistencyTest : public unit::LoggedTest {
         ResetFileReader();
         unit::LoggedTest::TearDown();
     }
-    Area* AddArea(const wchar_t* name, const std::vector<std::wstring>& properties) {
-        auto* area = AllocateRecord<Area>();
-        area->lpDriver = AllocateRecord<Driver>();
-        area->lpDriver->strName = TrackedCopy(name);
-        Area** link = &root_->lpAreas;
-        while (*link != nullptr) {
-            link = &(*link)->lpNext;
-        }
-        *link = area;
-        Property** tail = &area->lpProperties;
-        for (const std::wstring& property : properties) {
-            *tail = AllocateRecord<Property>();
-            (*tail)->strName = TrackedCopy(property.c_str());
-            (*tail)->strSet = TrackedCopy(L"s");
-            tail = &(*tail)->lpNext;
-        }
-        return area;
-    }
-    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
-
     Customisations* root_ = nullptr;
 };
 
@@ -64,9 +47,9 @@ class DriverPairTest : public ConsistencyTest, public ::testing::WithParamInterf
 
 TEST_P(DriverPairTest, ComparesThePair) {
     const PairCase& c = GetParam();
-    AddArea(L"Lumen", {L"Alpha"});
-    AddArea(L"HYDynamic", c.first);
-    AddArea(L"NOMM-HYDynamic", c.second);
+    AddArea(root_, L"Lumen", {L"Alpha"});
+    AddArea(root_, L"HYDynamic", c.first);
+    AddArea(root_, L"NOMM-HYDynamic", c.second);
     EXPECT_EQ(checkXML(), c.result) << c.name;
     EXPECT_TRUE(Logged(c.message)) << c.name << "\n" << Log();
     if (c.result == 0) {
@@ -126,8 +109,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ConsistencyTest, SkipsWhenAMemberIsMissingOrOnlyDiffersInCase) {
     EXPECT_EQ(checkXML(), 0);
     EXPECT_TRUE(Logged("SUCCESS - Skipped matching drivers: HYDynamic and NOMM-HYDynamic.\n"));
-    AddArea(L"HYDynamic", {L"Alpha"});
-    AddArea(L"nomm-hydynamic", {L"Beta", L"Gamma"});
+    AddArea(root_, L"HYDynamic", {L"Alpha"});
+    AddArea(root_, L"nomm-hydynamic", {L"Beta", L"Gamma"});
     EXPECT_EQ(checkXML(), 0);
     EXPECT_FALSE(Logged("Added to nomm-hydynamic"));
 }
@@ -158,11 +141,12 @@ TEST_F(ConsistencyTest, RemovesApplicationsWithoutUse) {
 
 TEST_F(ConsistencyTest, RemovesAreasThatNothingRefersTo) {
     EXPECT_EQ(RemoveUnusedDriverArea(nullptr), -1);
-    Area* byProfile = AddArea(L"A", {L"X"});
-    Area* unused = AddArea(L"B", {L"Y"});
-    Area* byUse = AddArea(L"C", {});
+    Area* byProfile = AddArea(root_, L"A", {L"X"});
+    Area* unused = AddArea(root_, L"B", {L"Y"});
+    unused->lpProperties->strSet = TrackedCopy(L"s");
+    Area* byUse = AddArea(root_, L"C", {});
     // Same name as a used area but another record: identity counts, not the name.
-    Area* namesake = AddArea(L"A", {});
+    Area* namesake = AddArea(root_, L"A", {});
     root_->lpProfiles = AllocateRecord<Profile>();
     root_->lpProfiles->lpDriver = byProfile->lpDriver;
     root_->lpApplications = AllocateRecord<Application>();
@@ -187,10 +171,7 @@ TEST_F(ConsistencyTest, UserRunPrunesUnreferencedAreasAfterEachFileSystemRunKeep
         "<?xml version=\"1.0\"?>\n<customisations Format=\"1\">\n<properties>\n"
         "<area Name=\"Lumen\">\n<property Type=\"Dword\">Depth</property>\n</area>\n"
         "</properties>\n</customisations>\n";
-    {
-        std::ofstream out("system.xml");
-        out << xml;
-    }
+    test::WriteFile("system.xml", xml);
     ASSERT_EQ(ReadOneFile("system.xml"), 0);
     EXPECT_NE(root_->lpAreas, nullptr);
     // The same tree finished by a user-file read loses the area.

@@ -8,12 +8,16 @@
 #include "app/profile_mode.h"
 #include "app/tracked_memory.h"
 #include "tests/support/logged_test.h"
+#include "tests/support/tree_builder.h"
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
 #include "xmlinput/file_reader.h"
 
 namespace qk {
 namespace {
+
+using unit::AddArea;
+using unit::AddProfile;
 
 struct ClassCase {
     const char* text;
@@ -53,47 +57,14 @@ class NameLookupTest : public unit::LoggedTest {
         ResetNameLookup();
         unit::LoggedTest::TearDown();
     }
-    // Appends an area with the given driver name and properties, as the reader does.
-    Area* AddArea(const wchar_t* name, std::initializer_list<const wchar_t*> properties = {}) {
-        auto* area = AllocateRecord<Area>();
-        area->lpDriver = AllocateRecord<Driver>();
-        area->lpDriver->strName = TrackedCopy(name);
-        Area** link = &root_->lpAreas;
-        while (*link != nullptr) {
-            link = &(*link)->lpNext;
-        }
-        *link = area;
-        NoteAreaNamed(area);
-        Property** tail = &area->lpProperties;
-        for (const wchar_t* property : properties) {
-            *tail = AllocateRecord<Property>();
-            (*tail)->strName = TrackedCopy(property);
-            NotePropertyNamed(area, *tail, nullptr);
-            tail = &(*tail)->lpNext;
-        }
-        return area;
-    }
-    Profile* AddProfile(const wchar_t* usage) {
-        auto* profile = AllocateRecord<Profile>();
-        profile->strUsage = TrackedCopy(usage);
-        Profile** link = &root_->lpProfiles;
-        while (*link != nullptr) {
-            link = &(*link)->lpNext;
-        }
-        *link = profile;
-        NoteProfileNamed(nullptr, profile->strUsage);
-        return profile;
-    }
-    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
-
     Customisations* root_ = nullptr;
 };
 
 TEST_F(NameLookupTest, FirstOfTwoAreasOfOneNameWins) {
     // Look up once so the indexes exist and must follow the additions.
     EXPECT_EQ(FindArea(L"Lumen"), nullptr);
-    Area* first = AddArea(L"Lumen", {L"Depth"});
-    Area* second = AddArea(L"Lumen", {L"Depth", L"Span"});
+    Area* first = AddArea(root_, L"Lumen", {L"Depth"});
+    Area* second = AddArea(root_, L"Lumen", {L"Depth", L"Span"});
     EXPECT_EQ(FindDriver(L"Lumen"), first->lpDriver);
     EXPECT_EQ(FindArea(L"Lumen"), first);
     EXPECT_EQ(FindProperty(L"Lumen", L"Depth"), first->lpProperties);
@@ -103,7 +74,7 @@ TEST_F(NameLookupTest, FirstOfTwoAreasOfOneNameWins) {
 }
 
 TEST_F(NameLookupTest, OnlyMissesAreWarnedAbout) {
-    AddArea(L"Lumen");
+    AddArea(root_, L"Lumen");
     EXPECT_NE(FindArea(L"Lumen"), nullptr);
     EXPECT_FALSE(Logged("WARNING"));
     EXPECT_EQ(FindArea(L"Fern"), nullptr);
@@ -113,7 +84,7 @@ TEST_F(NameLookupTest, OnlyMissesAreWarnedAbout) {
 }
 
 TEST_F(NameLookupTest, UnknownPairEndsASystemRunOnlyWithStatusZero) {
-    AddArea(L"Lumen", {L"Depth"});
+    AddArea(root_, L"Lumen", {L"Depth"});
     try {
         FindProperty(L"Lumen", L"Span");
         FAIL() << "no exit";
@@ -127,14 +98,14 @@ TEST_F(NameLookupTest, UnknownPairEndsASystemRunOnlyWithStatusZero) {
 }
 
 TEST_F(NameLookupTest, PrunedAreasAreNoLongerFoundButLaterNamesakesAre) {
-    Area* first = AddArea(L"Lumen", {L"Depth"});
-    Area* second = AddArea(L"Lumen", {L"Depth"});
+    Area* first = AddArea(root_, L"Lumen", {L"Depth"});
+    Area* second = AddArea(root_, L"Lumen", {L"Depth"});
     ASSERT_EQ(FindArea(L"Lumen"), first);
     ASSERT_EQ(FindProperty(L"Lumen", L"Depth"), first->lpProperties);
     g_appProfileMode = kUserFile;
     // A profile that uses the second area only: the first is pruned.
     AllocateRecord<Profile>();
-    Profile* profile = AddProfile(L"P");
+    Profile* profile = AddProfile(root_, L"P");
     profile->lpDriver = second->lpDriver;
     ASSERT_EQ(RemoveUnusedDriverArea(root_), 0);
     EXPECT_EQ(root_->lpAreas, second);
@@ -143,7 +114,7 @@ TEST_F(NameLookupTest, PrunedAreasAreNoLongerFoundButLaterNamesakesAre) {
 }
 
 TEST_F(NameLookupTest, RenamedRecordsAreFoundUnderTheirNewNames) {
-    Area* area = AddArea(L"Lumen", {L"Dep"});
+    Area* area = AddArea(root_, L"Lumen", {L"Dep"});
     ASSERT_EQ(FindProperty(L"Lumen", L"Dep"), area->lpProperties);
     const wchar_t* old = area->lpProperties->strName;
     area->lpProperties->strName = TrackedCopy(L"Dep th");
@@ -152,8 +123,8 @@ TEST_F(NameLookupTest, RenamedRecordsAreFoundUnderTheirNewNames) {
     EXPECT_EQ(FindProperty(L"Lumen", L"Dep"), nullptr);
     EXPECT_EQ(FindProperty(L"Lumen", L"Dep th"), area->lpProperties);
 
-    Profile* profile = AddProfile(L"Early");
-    AddProfile(L"Twin");
+    Profile* profile = AddProfile(root_, L"Early");
+    AddProfile(root_, L"Twin");
     EXPECT_EQ(FindUseName(L"Early"), 1);
     const wchar_t* before = profile->strUsage;
     profile->strUsage = TrackedCopy(L"Twin");
@@ -170,12 +141,12 @@ TEST_F(NameLookupTest, ListTails) {
     EXPECT_EQ(GetLastValidProperty(nullptr), nullptr);
     EXPECT_EQ(GetLastValidDriver(nullptr), nullptr);
     EXPECT_EQ(GetLastValidUse(nullptr), nullptr);
-    AddArea(L"A");
-    Area* last = AddArea(L"B", {L"X", L"Y"});
+    AddArea(root_, L"A");
+    Area* last = AddArea(root_, L"B", {L"X", L"Y"});
     EXPECT_EQ(GetLastValidArea(), last);
     EXPECT_EQ(GetLastValidDriver(last), last->lpDriver);
     EXPECT_EQ(GetLastValidProperty(last), last->lpProperties->lpNext);
-    Profile* profile = AddProfile(L"P");
+    Profile* profile = AddProfile(root_, L"P");
     EXPECT_EQ(GetLastValidValue(profile), nullptr);
     profile->lpValues = AllocateRecord<Value>();
     EXPECT_EQ(GetLastValidValue(profile), profile->lpValues);

@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "app/profile_mode.h"
 #include "blob/string_table.h"
 #include "blob/version_string.h"
+#include "tests/support/files.h"
 #include "tests/support/logged_test.h"
 #include "xmlinput/consistency.h"
 #include "xmlinput/customisation.h"
@@ -19,6 +19,7 @@ namespace qk {
 namespace {
 
 namespace fs = std::filesystem;
+using test::WriteFile;
 
 const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 const std::string kProperties =
@@ -41,13 +42,6 @@ std::string SystemFile(const std::string& area) {
                     "<property Type=\"Dword\">Depth</property></area></properties>\n");
 }
 
-void Write(const fs::path& file, const std::string& text) {
-    if (file.has_parent_path()) {
-        fs::create_directories(file.parent_path());
-    }
-    std::ofstream(file, std::ios::binary) << text;
-}
-
 class XmlDiscoveryTest : public unit::LoggedTest {
   protected:
     void SetUp() override {
@@ -65,7 +59,6 @@ class XmlDiscoveryTest : public unit::LoggedTest {
         ResetStringTable();
         unit::LoggedTest::TearDown();
     }
-    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
     // The list of a scan and its count; "-1" for the list when the scan fails.
     static std::pair<std::string, int> Scan(const char* directory) {
         char* list = nullptr;
@@ -118,7 +111,7 @@ TEST_F(XmlDiscoveryTest, ScansFindXmlFilesInByteOrder) {
             if (std::string(file).ends_with("/")) {
                 fs::create_directories(fs::path("d") / file);
             } else {
-                Write(fs::path("d") / file, "x");
+                WriteFile(fs::path("d") / file, "x");
             }
         }
         EXPECT_EQ(Scan(c.directory), std::make_pair(std::string(c.list), c.count));
@@ -129,7 +122,7 @@ TEST_F(XmlDiscoveryTest, ScansFindXmlFilesInByteOrder) {
 }
 
 TEST_F(XmlDiscoveryTest, SymbolicLinksAreSkipped) {
-    Write("d/real.xml", "x");
+    WriteFile("d/real.xml", "x");
     fs::create_symlink("real.xml", "d/link.xml");
     fs::create_directory_symlink(".", "d/loop");
     EXPECT_EQ(Scan("d"), std::make_pair(std::string("d/real.xml;"), 1));
@@ -216,7 +209,7 @@ TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         g_appProfileMode = c.kind;
-        Write("check.xml", c.xml);
+        WriteFile("check.xml", c.xml);
         ProgressLog(L"", 1);
         EXPECT_EQ(ValidateXmlProfile("check.xml", c.countProperties), c.result);
         EXPECT_EQ(Log(), c.logged);
@@ -225,9 +218,9 @@ TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
 }
 
 TEST_F(XmlDiscoveryTest, ReadsEveryFileInSortedOrder) {
-    Write("d/b.xml", SystemFile("Bravo"));
-    Write("d/a.xml", SystemFile("Alpha"));
-    Write("d/sub/c.xml", SystemFile("Charlie"));
+    WriteFile("d/b.xml", SystemFile("Bravo"));
+    WriteFile("d/a.xml", SystemFile("Alpha"));
+    WriteFile("d/sub/c.xml", SystemFile("Charlie"));
     EXPECT_EQ(ReadAllXmls("d", 1), 0);
     EXPECT_EQ(AreaNames(), L"Alpha;Bravo;Charlie;");
     EXPECT_TRUE(
@@ -237,9 +230,9 @@ TEST_F(XmlDiscoveryTest, ReadsEveryFileInSortedOrder) {
 }
 
 TEST_F(XmlDiscoveryTest, SecondOfThreeFailingValidationStopsTheRead) {
-    Write("d/a.xml", SystemFile("Alpha"));
-    Write("d/b.xml", Document(kProperties, "Format=\"1.0\""));
-    Write("d/c.xml", SystemFile("Charlie"));
+    WriteFile("d/a.xml", SystemFile("Alpha"));
+    WriteFile("d/b.xml", Document(kProperties, "Format=\"1.0\""));
+    WriteFile("d/c.xml", SystemFile("Charlie"));
     EXPECT_EQ(ReadAllXmls("d", 1), -2);
     EXPECT_EQ(AreaNames(), L"Alpha;");
     EXPECT_TRUE(Logged("File #2 - d/b.xml\nXML Invalid!!!\n"));
@@ -248,24 +241,24 @@ TEST_F(XmlDiscoveryTest, SecondOfThreeFailingValidationStopsTheRead) {
 
 TEST_F(XmlDiscoveryTest, FileTheReaderRejectsStopsTheRead) {
     // Valid in shape, but the property name is longer than a value record holds.
-    Write("d/a.xml", Document("<properties><area Name=\"Heron\" Privacy=\"Defined\">\n"
-                              "<property Type=\"Dword\">ABCDEFGHIJKLMNOPQ</property></area>"
-                              "</properties>\n"));
-    Write("d/b.xml", SystemFile("Bravo"));
+    WriteFile("d/a.xml", Document("<properties><area Name=\"Heron\" Privacy=\"Defined\">\n"
+                                  "<property Type=\"Dword\">ABCDEFGHIJKLMNOPQ</property></area>"
+                                  "</properties>\n"));
+    WriteFile("d/b.xml", SystemFile("Bravo"));
     EXPECT_EQ(ReadAllXmls("d", 1), -2);
     EXPECT_TRUE(Logged("ERROR, ReadAllXmls, XML file read: - d/a.xml\n"));
     EXPECT_FALSE(Logged("File #2"));
 }
 
 TEST_F(XmlDiscoveryTest, NamesThatAreNotUtf8StillGiveWholeLines) {
-    Write("d/caf\xE9.xml", "x");
+    WriteFile("d/caf\xE9.xml", "x");
     EXPECT_EQ(Scan("d").second, 1);
     EXPECT_TRUE(Logged("XML file found:- d/caf\xEF\xBF\xBD.xml\n"));
 }
 
 TEST_F(XmlDiscoveryTest, NoFixedBoundOnTheNumberOfFiles) {
     for (int i = 1000; i < 1300; ++i) {
-        Write("d/f" + std::to_string(i) + ".xml", "x");
+        WriteFile("d/f" + std::to_string(i) + ".xml", "x");
     }
     char* list = nullptr;
     int count = 0;

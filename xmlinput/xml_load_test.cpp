@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <fstream>
 #include <string>
 
+#include "tests/support/case_name.h"
+#include "tests/support/files.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/utf16_bytes.h"
 
@@ -33,10 +33,7 @@ class XmlLoadTest : public unit::LoggedTest, public ::testing::WithParamInterfac
 
 TEST_P(XmlLoadTest, RefusesWhatMiniXmlWouldKeepBroken) {
     const LoadCase& c = GetParam();
-    {
-        std::ofstream out("input.xml", std::ios::binary);
-        out << c.bytes;
-    }
+    test::WriteFile("input.xml", c.bytes);
     XmlLoadError why = XmlLoadError::kCannotOpen;
     ::testing::internal::CaptureStderr();
     XmlDocument document(LoadXmlDocument("input.xml", &why));
@@ -90,15 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
         LoadCase{"long utf-16 cut before last >",
                  test::Utf16WithMark(kLong.substr(0, kLong.rfind('>')), true),
                  XmlLoadError::kNotWellFormed}),
-    [](const ::testing::TestParamInfo<LoadCase>& param) {
-        std::string name = param.param.name;
-        for (char& c : name) {
-            if (!std::isalnum(static_cast<unsigned char>(c))) {
-                c = '_';
-            }
-        }
-        return name;
-    });
+    test::CaseName());
 
 using XmlLoadPlainTest = unit::LoggedTest;
 
@@ -109,11 +98,8 @@ TEST_F(XmlLoadPlainTest, MissingFileCannotBeOpened) {
 }
 
 TEST_F(XmlLoadPlainTest, MiniXmlMessageStillReachesStandardError) {
-    {
-        // Mini-XML keeps a tree for this file and only complains on standard error.
-        std::ofstream out("odd.xml", std::ios::binary);
-        out << test::Utf16WithMark(kWhole, true) << "<";
-    }
+    // Mini-XML keeps a tree for this file and only complains on standard error.
+    test::WriteFile("odd.xml", test::Utf16WithMark(kWhole, true) + "<");
     ::testing::internal::CaptureStderr();
     XmlDocument document(LoadXmlDocument("odd.xml", nullptr));
     const std::string stderrText = ::testing::internal::GetCapturedStderr();

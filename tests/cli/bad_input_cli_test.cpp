@@ -68,13 +68,6 @@ std::string WithValues(int count) {
     return SystemSet(parts);
 }
 
-std::string BinaryBytes(int count) {
-    std::string text;
-    for (int i = 0; i < count; ++i)
-        text += (i == 0 ? "0x1" : ",0x1");
-    return text;
-}
-
 // Many applications with long distinct titles: more text than a blob can hold.
 std::string OversizedSet() {
     SetParts parts;
@@ -118,11 +111,12 @@ struct BadInputCase {
     const char* name;
     // Writes the case's inputs into the scratch directory.
     std::function<void(const fs::path& dir)> make;
-    std::vector<std::string> args;  // "-l run.log" is added unless the case names its own -l
     int status;
     const char* errorLine;  // expected in the log; empty: the run must log no ERROR at all
-    std::string blob = "good.blb";
     BlobAfter after = BlobAfter::kUnchanged;
+    // "-l run.log" is added unless the case names its own -l.
+    std::vector<std::string> args = {"-s", "in.xml", "-b", "good.blb"};
+    std::string blob = "good.blb";
     bool needsUnprivileged = false;  // run as an ordinary user: permission bits do not stop root
 };
 
@@ -134,102 +128,90 @@ std::function<void(const fs::path&)> Writes(std::string name, std::string conten
 
 std::vector<BadInputCase> Cases() {
     const std::string good = SystemSet();
+    const std::vector<std::string> dump = {"-o", "-b", "bad.blb"};
+    const std::vector<std::string> version = {"-v"};
+    const std::vector<std::string> tree = {"-p", "tree", "-b", "good.blb"};
     std::vector<BadInputCase> cases = {
-        {"TruncatedXml", Writes("in.xml", good.substr(0, good.size() / 2)),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
-        {"MismatchedTags", Writes("in.xml", std::string(kDeclaration) +
-                                                "<customisations Format=\"1\"><properties>"
-                                                "</profiles></customisations>\n"),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
-        {"CutJustBeforeTheLastBracket",
-         Writes("in.xml", good.substr(0, good.rfind('>'))),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
-        {"Utf16WithAnOddNumberOfBytes",
-         Writes("in.xml", test::Utf16WithMark(good) + "<"),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
-        {"Utf16WithoutAByteOrderMark", Writes("in.xml", test::Utf16Bytes(good)),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
+        {"TruncatedXml", Writes("in.xml", good.substr(0, good.size() / 2)), 255,
+         "Invalid XML detected: in.xml\n"},
+        {"CutJustBeforeTheLastBracket", Writes("in.xml", good.substr(0, good.rfind('>'))), 255,
+         "Invalid XML detected: in.xml\n"},
+        {"Utf16WithoutAByteOrderMark", Writes("in.xml", test::Utf16Bytes(good)), 255,
+         "Invalid XML detected: in.xml\n"},
         {"InvalidUtf8InAnAttribute",
-         Writes("in.xml", SystemSet({.profileAttributes = "Area=\"Orchid\" Usage=\"Qu\xC3\x28k\""})),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
+         Writes("in.xml",
+                SystemSet({.profileAttributes = "Area=\"Orchid\" Usage=\"Qu\xC3\x28k\""})),
+         255, "Invalid XML detected: in.xml\n"},
         {"InvalidUtf8InText",
-         Writes("in.xml", SystemSet({.values = "<value Property=\"Speed\">\xFF\xFE</value>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "Invalid XML detected: in.xml\n"},
+         Writes("in.xml", SystemSet({.values = "<value Property=\"Speed\">\xFF\xFE</value>"})), 255,
+         "Invalid XML detected: in.xml\n"},
         {"VeryDeepNesting",
-         Writes("in.xml", SystemSet({.values = Repeat("<deep>", 20000) + Repeat("</deep>", 20000)})),
-         {"-s", "in.xml", "-b", "good.blb"}, 0, "ERROR: - Unknown group found: - deep.\n", "good.blb",
-         BlobAfter::kRebuilt},
+         Writes("in.xml",
+                SystemSet({.values = Repeat("<deep>", 20000) + Repeat("</deep>", 20000)})),
+         0, "ERROR: - Unknown group found: - deep.\n", BlobAfter::kRebuilt},
         {"ThousandsOfAttributes",
          [](const fs::path& dir) {
              std::string attributes;
-             for (int i = 0; i < 5000; ++i) attributes += " A" + std::to_string(i) + "=\"v\"";
-             WriteFile(dir / "in.xml",
-                       SystemSet({.applications = "<application Title=\"Fern\"" + attributes +
-                                                  "><use Area=\"Orchid\">Quick</use></application>"}));
+             for (int i = 0; i < 5000; ++i)
+                 attributes += " A" + std::to_string(i) + "=\"v\"";
+             WriteFile(
+                 dir / "in.xml",
+                 SystemSet({.applications = "<application Title=\"Fern\"" + attributes +
+                                            "><use Area=\"Orchid\">Quick</use></application>"}));
          },
-         {"-s", "in.xml", "-b", "good.blb"}, 0,
-         "ERROR: - Unknown application attributes: - A4999\n", "good.blb", BlobAfter::kRebuilt},
+         0, "ERROR: - Unknown application attributes: - A4999\n", BlobAfter::kRebuilt},
         {"OneTextWordOver16384Units",
          Writes("in.xml", SystemSet({.values = "<value Property=\"Speed\">" +
                                                std::string(17000, '7') + "</value>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 0,
-         "ERROR: - Text is not valid UTF-8 or too long, it is ignored.\n", "good.blb",
-         BlobAfter::kRebuilt},
+         0, "ERROR: - Text is not valid UTF-8 or too long, it is ignored.\n", BlobAfter::kRebuilt},
         {"TextOfManyWordsOver16384Units",
-         Writes("in.xml", SystemSet({.applications = "<application Title=\"Fern\"><use "
-                                                     "Area=\"Orchid\">" +
-                                                     Repeat("Quick ", 3000) +
-                                                     "</use></application>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 0, "ERROR: - maximum string length exceeded, Text item.\n",
-         "good.blb", BlobAfter::kRebuilt},
+         Writes("in.xml",
+                SystemSet({.applications = "<application Title=\"Fern\"><use "
+                                           "Area=\"Orchid\">" +
+                                           Repeat("Quick ", 3000) + "</use></application>"})),
+         0, "ERROR: - maximum string length exceeded, Text item.\n", BlobAfter::kRebuilt},
         {"PropertyNameOf16Units",
-         Writes("in.xml", SystemSet({.properties = "<property Type=\"Dword\">SixteenUnitsLong</property>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 255,
-         "ERROR: - Property name is too long: - SixteenUnitsLong\n"},
-        {"PropertyNameOf40Units",
-         Writes("in.xml", SystemSet({.properties = "<property Type=\"Dword\">" +
-                                                   std::string(40, 'P') + "</property>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "ERROR: - Property name is too long: - PPPP"},
-        {"BinaryValueOver4096Bytes",
-         Writes("in.xml", SystemSet({.values = "<value Property=\"Pattern\">" + BinaryBytes(4097) +
-                                               "</value>"})),
-         {"-s", "in.xml", "-b", "good.blb"}, 0,
-         "ERROR: - Text is not valid UTF-8 or too long, it is ignored.\n",
-         "good.blb", BlobAfter::kRebuilt},
-        {"ProfileOver1024Values", Writes("in.xml", WithValues(1100)),
-         {"-s", "in.xml", "-b", "good.blb"}, 255, "ERROR, CreateCompact, profile \"Quick\""},
-        {"SetThatOutgrowsTheBlob", Writes("in.xml", OversizedSet()),
-         {"-s", "in.xml", "-b", "good.blb"}, 255,
+         Writes("in.xml",
+                SystemSet({.properties = "<property Type=\"Dword\">SixteenUnitsLong</property>"})),
+         255, "ERROR: - Property name is too long: - SixteenUnitsLong\n"},
+        {"ProfileOver1024Values", Writes("in.xml", WithValues(1100)), 255,
+         "ERROR, CreateCompact, profile \"Quick\""},
+        {"SetThatOutgrowsTheBlob", Writes("in.xml", OversizedSet()), 255,
          "ERROR, CreateCompact, the blob would outgrow its limit of 0xFFFFF bytes"},
-        {"BlobInAMissingDirectory", Writes("in.xml", good),
-         {"-s", "in.xml", "-b", "no/such/dir/out.blb"}, 0,
-         "FAILED: Unable to open bin file for writing.\n"},
-        {"ReadOnlyBlob",
-         [good](const fs::path& dir) {
-             WriteFile(dir / "in.xml", good);
-             fs::permissions(dir / "good.blb", fs::perms::owner_read);
-         },
-         {"-s", "in.xml", "-b", "good.blb"}, 0, "FAILED: Unable to open bin file for writing.\n",
-         "good.blb",
-         BlobAfter::kUnchanged, true},
-        {"DumpOfAnEmptyFile", Writes("bad.blb", ""), {"-o", "-b", "bad.blb"}, 0,
-         "ERROR, blob file \"bad.blb\" is missing or empty; the image is all zero.\n", "bad.blb"},
-        {"DumpOfATruncatedBlob", [](const fs::path& dir) {
+        {"BlobInAMissingDirectory",
+         Writes("in.xml", good),
+         0,
+         "FAILED: Unable to open bin file for writing.\n",
+         BlobAfter::kUnchanged,
+         {"-s", "in.xml", "-b", "no/such/dir/out.blb"}},
+        {.name = "ReadOnlyBlob",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 fs::permissions(dir / "good.blb", fs::perms::owner_read);
+             },
+         .status = 0,
+         .errorLine = "FAILED: Unable to open bin file for writing.\n",
+         .needsUnprivileged = true},
+        {"DumpOfAnEmptyFile", Writes("bad.blb", ""), 0,
+         "ERROR, blob file \"bad.blb\" is missing or empty; the image is all zero.\n",
+         BlobAfter::kUnchanged, dump, "bad.blb"},
+        {"DumpOfATruncatedBlob",
+         [](const fs::path& dir) {
              WriteFile(dir / "bad.blb", GoodBlob().substr(0, GoodBlob().size() / 2));
          },
-         {"-o", "-b", "bad.blb"}, 0, "chain leaves its table\n", "bad.blb"},
-        {"DumpOfAnOversizedFile", Writes("bad.blb", std::string(0x100000, '\x01')),
-         {"-o", "-b", "bad.blb"}, 255, "more than the 0xFFFFF bytes an image holds.\n", "bad.blb"},
-        {"DumpOfRandomBytes", Writes("bad.blb", RandomBytes(4096)), {"-o", "-b", "bad.blb"}, 0,
-         "leaves the image\n", "bad.blb"},
-        {"VersionOfAnEmptyFile", Writes("quillard.blb", ""), {"-v"}, 0, kNoVersion, "quillard.blb"},
+         0, "chain leaves its table\n", BlobAfter::kUnchanged, dump, "bad.blb"},
+        {"DumpOfAnOversizedFile", Writes("bad.blb", std::string(0x100000, '\x01')), 255,
+         "more than the 0xFFFFF bytes an image holds.\n", BlobAfter::kUnchanged, dump, "bad.blb"},
+        {"DumpOfRandomBytes", Writes("bad.blb", RandomBytes(4096)), 0, "leaves the image\n",
+         BlobAfter::kUnchanged, dump, "bad.blb"},
+        {"VersionOfAnEmptyFile", Writes("quillard.blb", ""), 0, kNoVersion, BlobAfter::kUnchanged,
+         version, "quillard.blb"},
         {"VersionOfATruncatedBlob",
-         [](const fs::path& dir) { WriteFile(dir / "quillard.blb", GoodBlob().substr(0, 40)); },
-         {"-v"}, 0, kNoVersion, "quillard.blb"},
-        {"VersionOfAnOversizedFile", Writes("quillard.blb", std::string(0x100000, '\x01')),
-         {"-v"}, 0, "more than the 0xFFFFF bytes an image holds.\n", "quillard.blb"},
-        {"VersionOfRandomBytes", Writes("quillard.blb", RandomBytes(4096)), {"-v"}, 0, kNoVersion,
-         "quillard.blb"},
+         [](const fs::path& dir) { WriteFile(dir / "quillard.blb", GoodBlob().substr(0, 40)); }, 0,
+         kNoVersion, BlobAfter::kUnchanged, version, "quillard.blb"},
+        {"VersionOfRandomBytes", Writes("quillard.blb", RandomBytes(4096)), 0, kNoVersion,
+         BlobAfter::kUnchanged, version, "quillard.blb"},
         {"DirectoryWithASymbolicLinkLoop",
          [good](const fs::path& dir) {
              fs::create_directories(dir / "tree/sub");
@@ -237,26 +219,25 @@ std::vector<BadInputCase> Cases() {
              fs::create_directory_symlink("..", dir / "tree/sub/up");
              fs::create_directory_symlink("loop", dir / "tree/loop");
          },
-         {"-p", "tree", "-b", "good.blb"}, 0, "", "good.blb", BlobAfter::kRebuilt},
+         0, "", BlobAfter::kRebuilt, tree},
         {"DirectoryWithAnUnreadableFile",
          [good](const fs::path& dir) {
              fs::create_directories(dir / "tree");
              WriteFile(dir / "tree/set.xml", good);
              fs::permissions(dir / "tree/set.xml", fs::perms::none);
          },
-         {"-p", "tree", "-b", "good.blb"}, 255, "XML Invalid!!!\n", "good.blb",
-         BlobAfter::kUnchanged, true},
+         255, "XML Invalid!!!\n", BlobAfter::kUnchanged, tree, "good.blb", true},
     };
     // Names that a shell would take apart: passed through literally, never run.
     for (const std::string name : {"with space", "with \"quotes\"", "$(touch injected)",
                                    "a;touch injected", "-leading-dash", "`touch injected`"}) {
         cases.push_back({"HostileNames",
                          Writes("in.xml", good),
-                         {"-s", "in.xml", "-b", name + ".blb", "-l", name + ".log"},
                          0,
                          "",
-                         name + ".blb",
-                         BlobAfter::kRebuilt});
+                         BlobAfter::kRebuilt,
+                         {"-s", "in.xml", "-b", name + ".blb", "-l", name + ".log"},
+                         name + ".blb"});
     }
     return cases;
 }

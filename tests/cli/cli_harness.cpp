@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 extern char** environ;
@@ -31,20 +29,6 @@ ScratchDir::~ScratchDir() {
                                  std::filesystem::perm_options::add, ignored);
     std::filesystem::remove_all(path_, ignored);
 }
-
-namespace {
-
-std::string Slurp(int fd) {
-    std::string text;
-    char chunk[65536];
-    ssize_t got;
-    while ((got = read(fd, chunk, sizeof chunk)) > 0) {
-        text.append(chunk, static_cast<std::size_t>(got));
-    }
-    return text;
-}
-
-}  // namespace
 
 namespace {
 
@@ -139,12 +123,8 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
     if (valgrind != nullptr && *valgrind != '\0' && result.status == kValgrindErrorStatus) {
         ADD_FAILURE() << "memory errors in quillard:\n" << ReadFile(valgrindLog);
     }
-    int outFd = open(outName.c_str(), O_RDONLY);
-    int errFd = open(errName.c_str(), O_RDONLY);
-    result.out = Slurp(outFd);
-    result.err = Slurp(errFd);
-    close(outFd);
-    close(errFd);
+    result.out = ReadFile(outName);
+    result.err = ReadFile(errName);
     return result;
 }
 
@@ -182,18 +162,6 @@ RunResult RunQuillardUnprivileged(const std::filesystem::path& dir,
     return Run(dir, args, {}, true);
 }
 
-std::string ReadFile(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-void WriteFile(const std::filesystem::path& file, const std::string& content) {
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out << content;
-}
-
 std::filesystem::path TestData(const std::string& name) {
     return std::filesystem::path(TEST_DATA_DIR) / name;
 }
@@ -204,6 +172,14 @@ std::filesystem::path Example(const std::string& name) {
 
 std::filesystem::path BuildDir() {
     return std::filesystem::path(BUILD_DIR);
+}
+
+std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir,
+                                                const std::string& without) {
+    const std::filesystem::path library = BuildDir() / "simulator";
+    return {{"LD_LIBRARY_PATH",
+             (without.empty() ? library : library / ("without-" + without)).string()},
+            {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
 }
 
 }  // namespace qk::cli

@@ -5,7 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/files.h"
+
 namespace qk::cli {
+
+using test::ReadFile;
+using test::WriteFile;
 
 struct RunResult {
     int status = -1;  // exit status, or -1 when the tool did not exit normally
@@ -44,8 +49,12 @@ RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::s
 RunResult RunQuillardUnprivileged(const std::filesystem::path& dir,
                                   const std::vector<std::string>& args, bool* ran);
 
-std::string ReadFile(const std::filesystem::path& file);
-void WriteFile(const std::filesystem::path& file, const std::string& content);
+// The environment that has the tool load the stand-in display-control library
+// (or its variant built without the entry `without`), serving the databases in
+// dir/installed.
+std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir,
+                                                const std::string& without = "");
+
 std::filesystem::path TestData(const std::string& name);
 std::filesystem::path Example(const std::string& name);
 std::filesystem::path BuildDir();

@@ -14,7 +14,6 @@ namespace qk::cli {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr const char kHelp[] =
     "quilard [-k] [-s filename] [-p pathname] [-v version number] [-r] -b filename\n"
@@ -156,20 +155,6 @@ TEST(CommandLineCli, AMissingReleaseValueIsLoggedAndTheRunGoesOn) {
     EXPECT_EQ(run.status, 0);
     EXPECT_THAT(ReadFile(dir / "log.txt"),
                 HasSubstr("ERROR, release string not specified.g_iMalloced"));
-}
-
-TEST(CommandLineCli, TheLogCopyTakesAnyNameLiterally) {
-    const std::string names[] = {"with space.log", "quo\"te.log", "$(touch pwned)",
-                                 "a;touch b",      "-dash.log",   "'single'"};
-    for (const auto& name : names) {
-        ScratchDir dir;
-        RunResult run = RunQuillard(dir.path(), {"-k", "-l", name});
-        EXPECT_EQ(run.status, 0) << name;
-        EXPECT_EQ(ReadFile(dir / name), ReadFile(dir / "quillard.log")) << name;
-        EXPECT_THAT(ReadFile(dir / name), HasSubstr("Exiting Quillkit...\n")) << name;
-        EXPECT_FALSE(Exists(dir / "pwned"));
-        EXPECT_FALSE(Exists(dir / "b"));
-    }
 }
 
 TEST(CommandLineCli, ACopyThatFailsLeavesTheStatusAlone) {

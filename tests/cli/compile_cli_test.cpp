@@ -139,29 +139,12 @@ TEST(CompileCli, UserBeatsOemForTheInputAndUserBeatsOemForTheDatabase) {
     // The user database holds a set; the OEM database is empty.
     fs::create_directories(dir / "installed");
     ASSERT_EQ(RunQuillard(dir.path(), {"-s", file, "-b", "installed/user.blb"}).status, 0);
-    const std::map<std::string, std::string> env = {
-        {"LD_LIBRARY_PATH", (BuildDir() / "simulator").string()},
-        {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+    const auto env = SimulatorEnv(dir.path());
     ASSERT_EQ(RunQuillard(dir.path(), {"-oem", "-user", "-r", "-s", "user.xml"}, env).status, 0);
     ASSERT_EQ(RunQuillard(dir.path(), {"-oem", "-sys", "-r", "-s", "oem.xml"}, env).status, 0);
     ASSERT_EQ(RunQuillard(dir.path(), {"-sys", "-user", "-r", "-s", "also.xml"}, env).status, 0);
     EXPECT_GT(fs::file_size(dir / "user.xml"), fs::file_size(dir / "oem.xml"));
     EXPECT_EQ(ReadFile(dir / "user.xml"), ReadFile(dir / "also.xml"));
-}
-
-TEST(CompileCli, AFailedRunKeepsTheGoodBlob) {
-    ScratchDir dir;
-    ASSERT_EQ(
-        RunQuillard(dir.path(), {"-s", Example("system.xml").string(), "-b", "good.blb"}).status,
-        0);
-    const std::string good = ReadFile(dir / "good.blb");
-    WriteFile(dir / "broken.xml",
-              "<?xml version=\"1.0\"?>\n<customisations Format=\"1\">\n<properties");
-    RunResult run =
-        RunQuillard(dir.path(), {"-s", "broken.xml", "-b", "good.blb", "-l", "run.log"});
-    EXPECT_EQ(run.status, 255);
-    EXPECT_THAT(ReadFile(dir / "run.log"), HasSubstr("Invalid XML detected: broken.xml\n"));
-    EXPECT_EQ(ReadFile(dir / "good.blb"), good);
 }
 
 }  // namespace

@@ -158,9 +158,7 @@ TEST(DocsCli, TheManualPageExamplesRun) {
     fs::create_directories(dir / "installed");
     ASSERT_EQ(RunQuillard(dir.path(), {"-s", "system.xml", "-b", "installed/system.blb"}).status,
               0);
-    const std::map<std::string, std::string> env = {
-        {"LD_LIBRARY_PATH", (BuildDir() / "simulator").string()},
-        {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+    const auto env = SimulatorEnv(dir.path());
 
     int examples = 0;
     for (std::string line : Lines(page)) {

@@ -9,12 +9,11 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
+#include "tests/support/files.h"
 
 namespace qk::unit {
 
@@ -43,11 +42,15 @@ class LoggedTest : public ::testing::Test {
         std::filesystem::remove_all(scratch_, ignored);
     }
     // Everything logged so far, as UTF-8.
-    std::string Log() const {
-        std::ifstream in(scratch_ / kLogFileName, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
+    std::string Log() const { return test::ReadFile(scratch_ / kLogFileName); }
+    bool Logged(const std::string& text) const { return Log().find(text) != std::string::npos; }
+    std::size_t TimesLogged(const std::string& text) const {
+        const std::string log = Log();
+        std::size_t count = 0;
+        for (auto at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) {
+            ++count;
+        }
+        return count;
     }
     const std::filesystem::path& Scratch() const { return scratch_; }
 
