@@ -70,10 +70,14 @@ void OpenTable(std::uint8_t*& cursor, HeaderWord start, HeaderWord units) {
     Header()->*start = CursorPosition();
 }
 
-template <typename Record>
+// nameOf gives the record's name for the message when the image has no room;
+// only then is it looked up.
+template <typename Record, typename NameOf>
 std::uint32_t AddRecord(std::uint8_t*& cursor, HeaderWord start, HeaderWord units,
-                        const Record& record, const wchar_t* kind, const wchar_t* name) {
-    ReserveImageBytes(sizeof(Record), kind, name);
+                        const Record& record, const wchar_t* kind, NameOf nameOf) {
+    if (sizeof(Record) > kMaxImageBytes - static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob)) {
+        ReserveImageBytes(sizeof(Record), kind, nameOf());
+    }
     BlobHeader* header = Header();
     const std::uint32_t position = header->*start + header->*units;
     std::memcpy(cursor, &record, sizeof(Record));
@@ -279,7 +283,7 @@ void DriverInitialise() {
 std::uint32_t DriverAdd(StringRef name, std::int32_t privacy) {
     const DriverRecord record = {name, static_cast<std::uint32_t>(privacy), 0};
     return AddRecord(g_lpDriverPtr, &BlobHeader::posDriverStart, &BlobHeader::nDriverUnits, record,
-                     L"driver", TextOf(name));
+                     L"driver", [name] { return TextOf(name); });
 }
 
 void PropertyInitialise() {
@@ -289,7 +293,7 @@ void PropertyInitialise() {
 std::uint32_t PropertyAdd(std::int32_t type, StringRef name, StringRef set) {
     const PropertyRecord record = {static_cast<std::uint32_t>(type), name, set, kNoRecord};
     return AddRecord(g_lpPropertyPtr, &BlobHeader::posPropertyStart, &BlobHeader::nPropertyUnits,
-                     record, L"property", TextOf(name));
+                     record, L"property", [name] { return TextOf(name); });
 }
 
 void AreaInitialise() {
@@ -298,9 +302,11 @@ void AreaInitialise() {
 
 std::uint32_t AreaAdd(std::uint32_t driverPos, std::uint32_t firstPropertyPos) {
     const AreaRecord record = {driverPos, firstPropertyPos};
-    auto driver = CurrentImage().RecordAt<DriverRecord>(driverPos);
     return AddRecord(g_lpAreaPtr, &BlobHeader::posAreaStart, &BlobHeader::nAreaUnits, record,
-                     L"area", driver ? TextOf(driver->refName) : L"");
+                     L"area", [driverPos] {
+                         auto driver = CurrentImage().RecordAt<DriverRecord>(driverPos);
+                         return driver ? TextOf(driver->refName) : L"";
+                     });
 }
 
 void AreaAddProperty(std::uint32_t areaPos, std::uint32_t propertyPos) {
@@ -321,7 +327,7 @@ std::uint32_t ProfileAdd(std::uint32_t driverPos, StringRef name, StringRef note
     std::uint8_t* header = g_lpProfilePtr;
     const std::uint32_t position =
         AddRecord(g_lpProfilePtr, &BlobHeader::posProfileStart, &BlobHeader::nProfileUnits, record,
-                  L"profile", TextOf(name));
+                  L"profile", [name] { return TextOf(name); });
     g_lpValuePtr = g_lpProfilePtr;
     g_lpProfilePtr = header;
     g_profileOpen = true;
@@ -404,7 +410,7 @@ void UseInitialise() {
 std::uint32_t UseAdd(std::uint32_t profilePos) {
     const UseRecord record = {profilePos, kNoRecord};
     return AddRecord(g_lpUsePtr, &BlobHeader::posUseStart, &BlobHeader::nUseUnits, record, L"use",
-                     L"");
+                     [] { return L""; });
 }
 
 void ApplicationInitialise() {
@@ -415,7 +421,8 @@ std::uint32_t ApplicationAdd(StringRef title, StringRef file, StringRef path, St
                              std::uint32_t firstUsePos) {
     const ApplicationRecord record = {title, file, path, version, firstUsePos, 0};
     return AddRecord(g_lpApplicationPtr, &BlobHeader::posApplicationStart,
-                     &BlobHeader::nApplicationUnits, record, L"application", TextOf(title));
+                     &BlobHeader::nApplicationUnits, record, L"application",
+                     [title] { return TextOf(title); });
 }
 
 void ApplicationAddUse(std::uint32_t applicationPos, std::uint32_t usePos) {

@@ -384,6 +384,9 @@ const wchar_t* GetWordsViaOffset(std::int32_t position) {
 }
 
 void PrintStrings(std::uint32_t position, std::uint32_t length, const wchar_t* label) {
+    if (g_bCreateLog == 0) {
+        return;  // the line is all it does; no need to find the text
+    }
     const wchar_t* text = GetWordsViaOffset(static_cast<std::int32_t>(position));
     LogFormat(L"%ls: - offset:- %d, length:- %d, content:- %ls\n", label ? label : L"",
               static_cast<int>(position), static_cast<int>(length), text ? text : L"");
