@@ -241,23 +241,10 @@ void ProgressLog(const wchar_t* text, int mode) {
     }
 }
 
-void LogFormat(const wchar_t* format, ...) {
-    if (g_bCreateLog == 0) {
-        return;
-    }
+void LogFormatted(std::size_t bound, const wchar_t* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    FormatAndLog(kLogFormatBound, format, arguments);
-    va_end(arguments);
-}
-
-void LogFormatLong(const wchar_t* format, ...) {
-    if (g_bCreateLog == 0) {
-        return;
-    }
-    va_list arguments;
-    va_start(arguments, format);
-    FormatAndLog(kLogBufferUnits, format, arguments);
+    FormatAndLog(bound, format, arguments);
     va_end(arguments);
 }
 

@@ -21,11 +21,25 @@ extern wchar_t g_strLog[kLogBufferUnits];
 // logging is off; the text is on disk when the call returns.
 void ProgressLog(const wchar_t* text, int mode);
 
+// The formatting behind LogFormat: logs format and its arguments, cut at bound.
+void LogFormatted(std::size_t bound, const wchar_t* format, ...);
+
 // Formats into g_strLog with the usual 4096-character bound and logs it (mode 0).
-// Skips the formatting altogether while logging is off.
-void LogFormat(const wchar_t* format, ...);
+// While logging is off nothing is called at all: a run makes tens of thousands
+// of these calls, and without -l every one of them is skipped right here.
+template <typename... Arguments>
+inline void LogFormat(const wchar_t* format, Arguments... arguments) {
+    if (g_bCreateLog != 0) {
+        LogFormatted(kLogFormatBound, format, arguments...);
+    }
+}
 // The same with the buffer's full size as the bound.
-void LogFormatLong(const wchar_t* format, ...);
+template <typename... Arguments>
+inline void LogFormatLong(const wchar_t* format, Arguments... arguments) {
+    if (g_bCreateLog != 0) {
+        LogFormatted(kLogBufferUnits, format, arguments...);
+    }
+}
 
 // Formats what the log's messages use (%d %u %x %X with a width and l/ll, %ls,
 // %lc, ASCII %s, %%) exactly as vswprintf would, cut at the bound. False, with
