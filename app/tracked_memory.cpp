@@ -88,35 +88,26 @@ bool HeapHasRoomFor(std::size_t bytes) {
 #endif
 }
 
-void* MapChunk(std::size_t bytes, bool& fromHeap) {
-    fromHeap = HeapHasRoomFor(bytes);
-    if (fromHeap) {
-        return std::calloc(1, bytes);
-    }
+// A chunk mapped with its pages already present, registered for the sweep.
+void* MappedChunk(std::size_t bytes) {
     void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-    return start == MAP_FAILED ? nullptr : start;
+    if (start == MAP_FAILED) {
+        return nullptr;
+    }
+    try {
+        g_chunks.push_back({start, bytes});
+    } catch (const std::bad_alloc&) {
+        munmap(start, bytes);
+        return nullptr;
+    }
+    return start;
 }
 
 bool NewChunk() {
     const std::size_t bytes = g_nextChunkBytes;
-    bool fromHeap = false;
-    void* start = MapChunk(bytes, fromHeap);
+    void* start = HeapHasRoomFor(bytes) ? HeapBlock(bytes) : MappedChunk(bytes);
     if (start == nullptr) {
-        return false;
-    }
-    try {
-        if (fromHeap) {
-            g_heapBlocks.push_back(start);
-        } else {
-            g_chunks.push_back({start, bytes});
-        }
-    } catch (const std::bad_alloc&) {
-        if (fromHeap) {
-            std::free(start);
-        } else {
-            munmap(start, bytes);
-        }
         return false;
     }
     g_chunkNext = static_cast<unsigned char*>(start);
