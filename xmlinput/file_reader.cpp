@@ -171,13 +171,9 @@ int FileReader::Read() {
     }
     LogFormat(L"ReadOneFile loaded XML file: %s\n", path_);
     Start();
-    mxml_node_t* top = document.get();
-    for (mxml_node_t* node = mxmlWalkNext(top, top, MXML_DESCEND); node != nullptr;
-         node = mxmlWalkNext(node, top, MXML_DESCEND)) {
-        const int result = HandleNode(node);
-        if (result != 0) {
-            return result;
-        }
+    const auto handle = [this](mxml_node_t* node) { return HandleNode(node); };
+    if (const int result = WalkAndDelete(document.get(), handle); result != 0) {
+        return result;
     }
     Finish();
     return 0;

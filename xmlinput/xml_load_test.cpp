@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/case_name.h"
 #include "tests/support/files.h"
@@ -105,6 +106,49 @@ TEST_F(XmlLoadPlainTest, MiniXmlMessageStillReachesStandardError) {
     const std::string stderrText = ::testing::internal::GetCapturedStderr();
     EXPECT_FALSE(document);
     EXPECT_NE(stderrText.find("mxml: "), std::string::npos);
+}
+
+// The walk that frees as it goes must see exactly what a plain walk sees, in the
+// same order, and leave a document that can still be deleted whole when it stops.
+TEST(WalkAndDeleteTest, VisitsInDocumentOrderAndFreesWhatItPassed) {
+    const char* kNested =
+        "<?xml version=\"1.0\"?><a><b>one two<c/></b><d><e><f>three</f></e></d>four<g/></a>";
+    const auto describe = [](mxml_node_t* node) {
+        const char* name = mxmlGetElement(node);
+        return std::string(name != nullptr ? name : mxmlGetText(node, nullptr));
+    };
+    XmlDocument reference(mxmlLoadString(nullptr, kNested, MXML_NO_CALLBACK));
+    std::vector<std::string> expected;
+    for (mxml_node_t* node = mxmlWalkNext(reference.get(), reference.get(), MXML_DESCEND);
+         node != nullptr; node = mxmlWalkNext(node, reference.get(), MXML_DESCEND)) {
+        expected.push_back(describe(node));
+    }
+
+    XmlDocument whole(mxmlLoadString(nullptr, kNested, MXML_NO_CALLBACK));
+    std::vector<std::string> visited;
+    EXPECT_EQ(WalkAndDelete(whole.get(),
+                            [&](mxml_node_t* node) {
+                                visited.push_back(describe(node));
+                                return 0;
+                            }),
+              0);
+    EXPECT_EQ(visited, expected);
+    EXPECT_EQ(mxmlGetFirstChild(whole.get()), nullptr);
+
+    // Stopping at "three": what was not finished stays, and nothing is visited twice.
+    XmlDocument stopped(mxmlLoadString(nullptr, kNested, MXML_NO_CALLBACK));
+    visited.clear();
+    EXPECT_EQ(WalkAndDelete(stopped.get(),
+                            [&](mxml_node_t* node) {
+                                visited.push_back(describe(node));
+                                return visited.back() == "three" ? 7 : 0;
+                            }),
+              7);
+    EXPECT_EQ(visited.back(), "three");
+    mxml_node_t* a = mxmlGetFirstChild(stopped.get());
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(describe(mxmlGetFirstChild(a)), "d");
+    EXPECT_NE(mxmlFindElement(a, a, "g", nullptr, nullptr, MXML_DESCEND), nullptr);
 }
 
 }  // namespace
