@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -28,11 +29,13 @@ HeapAllocator g_heapAllocator = nullptr;
 // Blocks are never freed one by one, so small ones are carved in order from
 // large zero-filled chunks: one system call per chunk instead of one heap call
 // per block, and the sweep releases chunks. A chunk reuses free heap when a
-// deleted document left enough of it; otherwise it is mapped with its pages
-// already present (a run fills them at once with texts). Chunks grow from 256
-// KiB to 1 MiB so that a small run stays small. Large blocks, the test hook and
-// sanitizer builds (which must see each block's own bounds) take one heap block
-// each.
+// deleted document left enough of it. Otherwise the first chunk, 256 KiB so
+// that a small run stays small, is mapped with its pages already present, and
+// later ones are 2 MiB, aligned so that the kernel can back each with one huge
+// page: a run fills them at once with texts, and one huge page is supplied
+// several times faster than 512 small ones. Large blocks, the test hook and
+// sanitizer builds (which must see each block's own bounds) take one heap
+// block each.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -46,7 +49,7 @@ constexpr bool kSanitized = false;
 #endif
 
 constexpr std::size_t kFirstChunkBytes = std::size_t{256} * 1024;
-constexpr std::size_t kLargestChunkBytes = std::size_t{1024} * 1024;
+constexpr std::size_t kHugeChunkBytes = std::size_t{2048} * 1024;
 constexpr std::size_t kLargestCarved = kFirstChunkBytes / 16;
 constexpr std::size_t kAlignment = alignof(std::max_align_t);
 
@@ -88,10 +91,43 @@ bool HeapHasRoomFor(std::size_t bytes) {
 #endif
 }
 
+// A mapping of `bytes` that starts on a multiple of `alignment` (a power of
+// two), or MAP_FAILED.
+void* AlignedMapping(std::size_t bytes, std::size_t alignment) {
+    void* mapped = mmap(nullptr, bytes + alignment, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) {
+        return MAP_FAILED;
+    }
+    const auto first = reinterpret_cast<std::uintptr_t>(mapped);
+    const auto start = (first + alignment - 1) & ~(alignment - 1);
+    const auto end = first + bytes + alignment;
+    if (start > first) {
+        munmap(mapped, start - first);
+    }
+    if (end > start + bytes) {
+        munmap(reinterpret_cast<void*>(start + bytes), end - (start + bytes));
+    }
+    return reinterpret_cast<void*>(start);
+}
+
 // A chunk mapped with its pages already present, registered for the sweep.
 void* MappedChunk(std::size_t bytes) {
-    void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    void* start = MAP_FAILED;
+    if (bytes < kHugeChunkBytes) {
+        start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    } else {
+        start = AlignedMapping(bytes, kHugeChunkBytes);
+        if (start != MAP_FAILED) {
+            // Both are hints: without huge pages, or without the populate
+            // request (older kernels), the chunk's pages come as they are touched.
+            madvise(start, bytes, MADV_HUGEPAGE);
+#ifdef MADV_POPULATE_WRITE
+            madvise(start, bytes, MADV_POPULATE_WRITE);
+#endif
+        }
+    }
     if (start == MAP_FAILED) {
         return nullptr;
     }
@@ -112,7 +148,7 @@ bool NewChunk() {
     }
     g_chunkNext = static_cast<unsigned char*>(start);
     g_chunkLeft = bytes;
-    g_nextChunkBytes = std::min(2 * bytes, kLargestChunkBytes);
+    g_nextChunkBytes = kHugeChunkBytes;
     return true;
 }
 
