@@ -28,14 +28,14 @@ HeapAllocator g_heapAllocator = nullptr;
 
 // Blocks are never freed one by one, so small ones are carved in order from
 // large zero-filled chunks: one system call per chunk instead of one heap call
-// per block, and the sweep releases chunks. A chunk reuses free heap when a
-// deleted document left enough of it. Otherwise the first chunk, 256 KiB so
-// that a small run stays small, is mapped with its pages already present, and
-// later ones are 2 MiB, aligned so that the kernel can back each with one huge
-// page: a run fills them at once with texts, and one huge page is supplied
-// several times faster than 512 small ones. Large blocks, the test hook and
-// sanitizer builds (which must see each block's own bounds) take one heap
-// block each.
+// per block, and the sweep releases chunks. Where a deleted document left a
+// large free area in the heap, chunks of 256 KiB are taken from it. Otherwise
+// the first chunk, 256 KiB so that a small run stays small, is mapped with its
+// pages already present, and later ones are 2 MiB, aligned so that the kernel
+// can back each with one huge page: a run fills them at once with texts, and
+// one huge page is supplied several times faster than 512 small ones. Large
+// blocks, the test hook and sanitizer builds (which must see each block's own
+// bounds) take one heap block each.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -81,11 +81,26 @@ void* HeapBlock(std::size_t bytes) {
 
 // Heap space that earlier frees left (the parsed documents, once deleted) is
 // already paged in: a chunk or large block taken from it costs a memset instead
-// of a page fault per 4 KiB.
-bool HeapHasRoomFor(std::size_t bytes) {
+// of fresh pages. Only a large free area is worth it: a few scattered holes would
+// just split, and the block would come from fresh pages after all. Asking the
+// heap walks every free block, so its answer is kept as a budget: half of what
+// was free, less what chunks and blocks have taken since; frees in between only
+// add room.
+constexpr std::size_t kWorthwhileFreeHeap = std::size_t{2} << 20;
+std::size_t g_heapBudget = 0;
+
+bool TakeFromHeap(std::size_t bytes) {
 #ifdef __GLIBC__
-    const struct mallinfo2 info = mallinfo2();
-    return info.fordblks - info.keepcost >= 2 * bytes;
+    if (g_heapBudget < bytes) {
+        const struct mallinfo2 info = mallinfo2();
+        const std::size_t free = info.fordblks - info.keepcost;
+        g_heapBudget = free >= kWorthwhileFreeHeap ? free / 2 : 0;
+    }
+    if (g_heapBudget < bytes) {
+        return false;
+    }
+    g_heapBudget -= bytes;
+    return true;
 #else
     return false;
 #endif
@@ -141,14 +156,17 @@ void* MappedChunk(std::size_t bytes) {
 }
 
 bool NewChunk() {
-    const std::size_t bytes = g_nextChunkBytes;
-    void* start = HeapHasRoomFor(bytes) ? HeapBlock(bytes) : MappedChunk(bytes);
+    const bool fromHeap = TakeFromHeap(kFirstChunkBytes);
+    const std::size_t bytes = fromHeap ? kFirstChunkBytes : g_nextChunkBytes;
+    void* start = fromHeap ? HeapBlock(bytes) : MappedChunk(bytes);
     if (start == nullptr) {
         return false;
     }
     g_chunkNext = static_cast<unsigned char*>(start);
     g_chunkLeft = bytes;
-    g_nextChunkBytes = kHugeChunkBytes;
+    if (!fromHeap) {
+        g_nextChunkBytes = kHugeChunkBytes;
+    }
     return true;
 }
 
@@ -176,6 +194,7 @@ void ReleaseHeapBlocks() {
     }
     g_chunks.clear();
     g_nextChunkBytes = kFirstChunkBytes;
+    g_heapBudget = 0;
     g_chunkNext = nullptr;
     g_chunkLeft = 0;
 }
