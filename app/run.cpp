@@ -259,6 +259,7 @@ int Run::Execute() {
             FreeAll();
             return 1;
         }
+        ExpectBlobFile(blobName_);
         CreateCompact();
     }
     LogAllocationCount();

@@ -1,5 +1,6 @@
 #include "blob/blob_file.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
@@ -54,6 +56,11 @@ std::string BaseOf(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// A mkstemp pattern for a hidden file beside path.
+std::string TemporaryNameFor(const std::string& path) {
+    return DirectoryOf(path) + "/." + BaseOf(path) + ".XXXXXX";
+}
+
 // Mode a new file would get from fopen, or the existing file's own.
 mode_t ModeFor(const struct stat* existing) {
     if (existing != nullptr) {
@@ -63,6 +70,93 @@ mode_t ModeFor(const struct stat* existing) {
     umask(mask);
     return 0666 & ~mask;
 }
+
+// The Words table, most of a blob's bytes, is final well before the other
+// tables. Its whole pages go to the temporary file as soon as it is written, and
+// the disk starts on them while the rest is built; WriteBinFile then writes the
+// first page (the header, filled in last) and what follows, and waits only for
+// those. A file that WriteBinFile would not replace through a temporary file
+// (a device, a write-protected file) gets nothing early.
+constexpr std::size_t kPageBytes = 4096;
+constexpr std::size_t kLeastEarlyBytes = std::size_t{64} * 1024;
+
+class EarlyFile {
+  public:
+    EarlyFile() = default;
+    EarlyFile(const EarlyFile&) = delete;
+    EarlyFile& operator=(const EarlyFile&) = delete;
+    EarlyFile(EarlyFile&& other) noexcept { *this = std::move(other); }
+    EarlyFile& operator=(EarlyFile&& other) noexcept {
+        if (this != &other) {
+            Discard();
+            descriptor_ = std::exchange(other.descriptor_, -1);
+            temporary_ = std::move(other.temporary_);
+            path_ = std::move(other.path_);
+            image_ = std::exchange(other.image_, nullptr);
+            end_ = std::exchange(other.end_, 0);
+        }
+        return *this;
+    }
+    ~EarlyFile() { Discard(); }
+
+    // Writes image[kPageBytes, end) of a blob bound for path; false (and nothing
+    // left behind) when the file or a write could not be made.
+    bool Write(const std::string& path, const std::uint8_t* image, std::size_t end) {
+        Discard();
+        temporary_ = TemporaryNameFor(path);
+        descriptor_ = mkstemp(temporary_.data());
+        if (descriptor_ < 0) {
+            return false;
+        }
+        const std::size_t length = end - kPageBytes;
+        if (pwrite(descriptor_, image + kPageBytes, length, kPageBytes) !=
+            static_cast<ssize_t>(length)) {
+            Discard();
+            return false;
+        }
+        sync_file_range(descriptor_, kPageBytes, static_cast<off_t>(length), SYNC_FILE_RANGE_WRITE);
+        path_ = path;
+        image_ = image;
+        end_ = end;
+        return true;
+    }
+
+    // Whether this holds the early bytes of exactly this write.
+    bool Holds(const std::string& path, const void* image, std::size_t count) const {
+        return descriptor_ >= 0 && path == path_ && image == image_ && count >= end_;
+    }
+    int descriptor() const { return descriptor_; }
+    const std::string& temporary() const { return temporary_; }
+    std::size_t end() const { return end_; }
+
+    // The file is now the blob's: closing and renaming it are the caller's.
+    void Release() {
+        descriptor_ = -1;
+        temporary_.clear();
+    }
+
+    void Discard() {
+        if (descriptor_ >= 0) {
+            close(descriptor_);
+            unlink(temporary_.c_str());
+            descriptor_ = -1;
+        }
+        temporary_.clear();
+        path_.clear();
+        image_ = nullptr;
+        end_ = 0;
+    }
+
+  private:
+    int descriptor_ = -1;
+    std::string temporary_;
+    std::string path_;
+    const void* image_ = nullptr;
+    std::size_t end_ = 0;
+};
+
+std::string g_expectedBlobName;
+EarlyFile g_earlyFile;
 
 int WriteInPlace(const char* shownName, const std::string& path, const void* bytes,
                  std::size_t count) {
@@ -77,25 +171,57 @@ int WriteInPlace(const char* shownName, const std::string& path, const void* byt
     return static_cast<int>(written);
 }
 
+// Writes what the early file lacks: the first page and everything after its end.
+// Returns the bytes of the blob that the file then holds in a row from its start.
+std::size_t WriteRest(int descriptor, const std::uint8_t* bytes, std::size_t count,
+                      std::size_t end) {
+    if (pwrite(descriptor, bytes, kPageBytes, 0) != static_cast<ssize_t>(kPageBytes)) {
+        return 0;
+    }
+    const std::size_t tail = count - end;
+    if (tail > 0 && pwrite(descriptor, bytes + end, tail, static_cast<off_t>(end)) !=
+                        static_cast<ssize_t>(tail)) {
+        return end;
+    }
+    return count;
+}
+
+// Writes the blob to a new temporary file, or completes the early one, makes it
+// durable and renames it over path.
 int WriteReplacing(const char* shownName, const std::string& path, const struct stat* existing,
-                   const void* bytes, std::size_t count) {
-    std::string temporary = DirectoryOf(path) + "/." + BaseOf(path) + ".XXXXXX";
-    const int descriptor = mkstemp(temporary.data());
-    if (descriptor < 0) {
-        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
-        return 0;
+                   const void* bytes, std::size_t count, EarlyFile& early) {
+    std::string temporary;
+    std::size_t written = 0;
+    bool good = false;
+    if (early.Holds(path, bytes, count)) {
+        const int descriptor = early.descriptor();
+        const std::size_t end = early.end();
+        temporary = early.temporary();
+        early.Release();
+        fchmod(descriptor, ModeFor(existing));
+        written = WriteRest(descriptor, static_cast<const std::uint8_t*>(bytes), count, end);
+        good = written == count && fsync(descriptor) == 0;
+        good = close(descriptor) == 0 && good;
+    } else {
+        early.Discard();
+        temporary = TemporaryNameFor(path);
+        const int descriptor = mkstemp(temporary.data());
+        if (descriptor < 0) {
+            ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+            return 0;
+        }
+        std::FILE* file = fdopen(descriptor, "wb");
+        if (file == nullptr) {
+            close(descriptor);
+            unlink(temporary.c_str());
+            ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+            return 0;
+        }
+        fchmod(descriptor, ModeFor(existing));
+        written = WriteBytes(bytes, count, file);
+        good = written == count && std::fflush(file) == 0 && fsync(descriptor) == 0;
+        good = std::fclose(file) == 0 && good;
     }
-    std::FILE* file = fdopen(descriptor, "wb");
-    if (file == nullptr) {
-        close(descriptor);
-        unlink(temporary.c_str());
-        ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
-        return 0;
-    }
-    fchmod(descriptor, ModeFor(existing));
-    const std::size_t written = WriteBytes(bytes, count, file);
-    bool good = written == count && std::fflush(file) == 0 && fsync(descriptor) == 0;
-    good = std::fclose(file) == 0 && good;
     if (!good) {
         unlink(temporary.c_str());
         LogFormat(
@@ -136,9 +262,38 @@ class ScratchMapping {
     void* start_;
 };
 
+// The file a blob name stands for: names shorter than 2 characters mean the
+// default file.
+const char* TargetName(const char* name) {
+    return name == nullptr || std::strlen(name) < 2 ? kDefaultBlobName : name;
+}
+
 }  // namespace
 
+void ExpectBlobFile(const char* name) {
+    g_earlyFile.Discard();
+    g_expectedBlobName = TargetName(name);
+}
+
+void WriteFinalBytesEarly(std::size_t finished) {
+    const std::size_t end = finished & ~(kPageBytes - 1);
+    if (g_expectedBlobName.empty() || g_blobWriter != nullptr || g_lpBlob == nullptr ||
+        end < kLeastEarlyBytes) {
+        return;
+    }
+    const std::string path = ResolveTarget(g_expectedBlobName.c_str());
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0 &&
+        (!S_ISREG(info.st_mode) || access(path.c_str(), W_OK) != 0)) {
+        return;
+    }
+    g_earlyFile.Write(path, g_lpBlob, end);
+}
+
 int WriteBinFile(char* name) {
+    // Whatever way this ends, bytes written early do not outlive it.
+    EarlyFile early = std::move(g_earlyFile);
+    g_expectedBlobName.clear();
     const ScratchMapping scratch;
     if (!scratch) {
         ProgressLog(L"ERROR, WriteBinFile(): - Unable to allocate memory.\n", 0);
@@ -155,12 +310,9 @@ int WriteBinFile(char* name) {
     // ends here as it always has.
     const auto count = static_cast<std::size_t>(g_lpApplicationPtr - g_lpBlob);
 
-    const char* target = name;
-    if (name == nullptr || std::strlen(name) < 2) {
-        if (name != nullptr) {
-            std::strcpy(name, kDefaultBlobName);
-        }
-        target = kDefaultBlobName;
+    const char* target = TargetName(name);
+    if (target != name && name != nullptr) {
+        std::strcpy(name, kDefaultBlobName);
     }
     const std::string path = ResolveTarget(target);
     struct stat info {};
@@ -174,7 +326,7 @@ int WriteBinFile(char* name) {
     if (exists && !S_ISREG(info.st_mode)) {
         return WriteInPlace(target, path, g_lpBlob, count);
     }
-    return WriteReplacing(target, path, exists ? &info : nullptr, g_lpBlob, count);
+    return WriteReplacing(target, path, exists ? &info : nullptr, g_lpBlob, count, early);
 }
 
 long LoadBlobImage(const char* path) {

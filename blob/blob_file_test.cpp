@@ -122,6 +122,62 @@ TEST_F(BlobFileTest, FailedWriteLeavesTheOldBlobWhole) {
     EXPECT_EQ(Log().find("BLOB file:-"), std::string::npos);
 }
 
+// A blob whose Words table spans many pages: its bytes go out while the other
+// tables are built, and the file must still be exactly the image, with no
+// temporary file left, whether WriteBinFile then writes the expected file or not.
+class EarlyBlobFileTest : public BlobTest {
+  protected:
+    void Build(const char* expected) {
+        SetHeader(L"8.1_20090303_1405_");
+        Area* area = AddArea(L"Render");
+        Property* dword = AddProperty(area, kTypeDword, L"Dw");
+        Profile* profile = AddProfile(area, L"fast");
+        AddWords(profile, dword, {3});
+        for (int i = 0; i < 800; ++i) {
+            const std::wstring title =
+                L"Harbour Lantern Signal Viewer number " + std::to_wstring(i);
+            AddUse(AddApplication(title.c_str()), L"fast", area);
+        }
+        ExpectBlobFile(expected);
+        CreateCompact();
+        image_.assign(reinterpret_cast<const char*>(g_lpBlob),
+                      static_cast<std::size_t>(g_lpApplicationPtr - g_lpBlob));
+        ASSERT_GT(image_.size(), std::size_t{128} * 1024);
+    }
+    int Write(const char* name) {
+        std::vector<char> buffer(256, '\0');
+        std::strcpy(buffer.data(), name);
+        return WriteBinFile(buffer.data());
+    }
+    std::string image_;
+};
+
+TEST_F(EarlyBlobFileTest, TheExpectedFileIsExactlyTheImage) {
+    WriteFile("out.blb", "an older blob");
+    Build("out.blb");
+    EXPECT_EQ(DirectoryEntries().size(), 3u);  // the temporary file holds the Words table
+    EXPECT_EQ(Write("out.blb"), static_cast<int>(image_.size()));
+    EXPECT_EQ(ReadFile("out.blb"), image_);
+    EXPECT_EQ(DirectoryEntries(), (std::vector<std::string>{"out.blb", "quillard.log"}));
+}
+
+TEST_F(EarlyBlobFileTest, AnotherFileGetsTheWholeImageAndTheEarlyBytesGo) {
+    Build("out.blb");
+    EXPECT_EQ(Write("other.blb"), static_cast<int>(image_.size()));
+    EXPECT_EQ(ReadFile("other.blb"), image_);
+    EXPECT_EQ(DirectoryEntries(), (std::vector<std::string>{"other.blb", "quillard.log"}));
+}
+
+TEST_F(EarlyBlobFileTest, ADeviceGetsNothingEarly) {
+    fs::create_symlink("/dev/null", "device.blb");
+    Build("device.blb");
+    for (const auto& entry : fs::directory_iterator("/dev")) {
+        EXPECT_NE(entry.path().filename().string().rfind(".null.", 0), 0u) << entry.path();
+    }
+    EXPECT_EQ(Write("device.blb"), static_cast<int>(image_.size()));
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
 TEST_F(BlobFileTest, SymbolicLinkKeepsPointingAtTheReplacedFile) {
     fs::create_directory("real");
     WriteFile("real/target.blb", "old");
