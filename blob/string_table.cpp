@@ -1,6 +1,7 @@
 #include "blob/string_table.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <cwchar>
@@ -8,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
@@ -147,6 +149,9 @@ BlobHeader* Header() {
     return reinterpret_cast<BlobHeader*>(g_lpBlob);
 }
 
+// Runs at least this long are sorted by radix, shorter ones by comparison.
+constexpr std::ptrdiff_t kRadixRun = 256;
+
 struct Sortable {
     std::uint64_t key;
     const wchar_t* text;
@@ -192,6 +197,40 @@ bool KeyEndsText(std::uint64_t key) {
     }
 }
 
+// Sorts by key, least significant byte first, one counting pass per byte that
+// differs among the keys: for a large run, a few linear passes instead of a
+// comparison sort's n log n comparisons.
+void RadixSortByKey(std::vector<Sortable>::iterator first, std::vector<Sortable>::iterator last,
+                    std::vector<Sortable>& scratch) {
+    const auto count = static_cast<std::size_t>(last - first);
+    std::array<std::array<std::size_t, 256>, 8> counts{};
+    for (auto item = first; item != last; ++item) {
+        for (std::size_t byte = 0; byte < 8; ++byte) {
+            ++counts[byte][(item->key >> (8 * byte)) & 0xFF];
+        }
+    }
+    scratch.resize(count);
+    Sortable* from = &*first;
+    Sortable* to = scratch.data();
+    for (std::size_t byte = 0; byte < 8; ++byte) {
+        auto& starts = counts[byte];
+        if (starts[(from->key >> (8 * byte)) & 0xFF] == count) {
+            continue;  // every key has the same byte here
+        }
+        std::size_t next = 0;
+        for (std::size_t& start : starts) {
+            next += std::exchange(start, next);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            to[starts[(from[i].key >> (8 * byte)) & 0xFF]++] = from[i];
+        }
+        std::swap(from, to);
+    }
+    if (from != &*first) {
+        std::copy(from, from + count, first);
+    }
+}
+
 // Orders the texts as wcscmp does, a key of several code units at a time: sort
 // by the key at some depth, then every run that shares it by the next key. Only
 // numbers are compared, and each text is read once per depth instead of once per
@@ -205,6 +244,7 @@ void SortTexts(std::vector<Sortable>& texts) {
         std::size_t depth;
     };
     std::vector<Run> pending{{0, texts.size(), 0}};
+    std::vector<Sortable> scratch;
     while (!pending.empty()) {
         const Run run = pending.back();
         pending.pop_back();
@@ -213,7 +253,12 @@ void SortTexts(std::vector<Sortable>& texts) {
         for (auto item = first; item != last; ++item) {
             item->key = SortKey<kBits>(*item, run.depth);
         }
-        std::sort(first, last, [](const Sortable& a, const Sortable& b) { return a.key < b.key; });
+        if (last - first >= kRadixRun) {
+            RadixSortByKey(first, last, scratch);
+        } else {
+            std::sort(first, last,
+                      [](const Sortable& a, const Sortable& b) { return a.key < b.key; });
+        }
         for (std::size_t begin = run.begin; begin < run.end;) {
             std::size_t end = begin + 1;
             while (end < run.end && texts[end].key == texts[begin].key) {
