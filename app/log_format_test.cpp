@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "app/progress_log.h"
+#include "text/utf8.h"
 
 namespace qk {
 namespace {
@@ -28,6 +29,7 @@ Formatted Both(std::size_t bound, const wchar_t* format, ...) {
     va_list again;
     va_copy(again, arguments);
     result.quick = FormatLogLine(quick.data(), bound, format, arguments);
+    UseUtf8CharacterType();
     if (std::vswprintf(reference.data(), bound, format, again) < 0) {
         reference[bound - 1] = L'\0';
     }

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <clocale>
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
@@ -24,11 +23,6 @@ wchar_t g_strLogFile[kLogFileNameUnits];
 wchar_t g_strLog[kLogBufferUnits];
 
 namespace {
-
-// Narrow texts in log messages (file names, XML names) are UTF-8; the wide
-// formatter decodes "%s" arguments with the process's character type, so it
-// is set to UTF-8 before main runs.
-[[maybe_unused]] const bool kUtf8CharacterType = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
 
 int g_logDescriptor = -1;
 std::string g_encoded;
@@ -52,7 +46,7 @@ void FormatAndLog(std::size_t bound, const wchar_t* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     if (!FormatLogLine(g_strLog, bound, format, arguments) &&
-        std::vswprintf(g_strLog, bound, format, again) < 0) {
+        (UseUtf8CharacterType(), std::vswprintf(g_strLog, bound, format, again) < 0)) {
         g_strLog[bound - 1] = L'\0';  // cut at the bound, never beyond it
     }
     va_end(again);

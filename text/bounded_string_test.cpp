@@ -41,6 +41,14 @@ TEST(BoundedStringTest, FormattingStopsAtTheCapacity) {
     EXPECT_EQ(std::wcslen(buffer), 7u);
 }
 
+TEST(BoundedStringTest, NarrowTextIsDecodedAsUtf8) {
+    // Nothing has set the character type before: the formatting must do it.
+    wchar_t buffer[16];
+    EXPECT_EQ(_snwprintf_s(buffer, 16, static_cast<std::size_t>(-1), L"%%%5s|%c", "h\xc3\xa9", 'x'),
+              8);
+    EXPECT_STREQ(buffer, L"%   h\u00e9|x");
+}
+
 TEST(BoundedStringTest, PrintableUnitsOnly) {
     EXPECT_EQ(Towchar_t(31), L' ');
     EXPECT_EQ(Towchar_t(127), L' ');

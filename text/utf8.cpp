@@ -1,5 +1,6 @@
 #include "text/utf8.h"
 
+#include <clocale>
 #include <cwchar>
 
 namespace qk {
@@ -70,6 +71,10 @@ std::string EncodeUtf8(const wchar_t* text) {
     std::string out;
     EncodeUtf8(text, out);
     return out;
+}
+
+void UseUtf8CharacterType() {
+    [[maybe_unused]] static const bool kSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
 }
 
 }  // namespace qk
