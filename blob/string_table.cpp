@@ -77,8 +77,8 @@ class WordsIndex {
                 return -1;
             }
             if (slot.hash == hash && slot.length == text.size() &&
-                std::wmemcmp(g_lpWordsArray[static_cast<std::size_t>(slot.index)].text, text.data(),
-                             text.size()) == 0) {
+                std::wmemcmp(g_lpWordsArray[static_cast<std::size_t>(slot.index)].first,
+                             text.data(), text.size()) == 0) {
                 return slot.index;
             }
         }
@@ -327,7 +327,7 @@ int AddToWordsArray(const wchar_t* text, std::size_t length) {
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
         return -1;
     }
-    g_lpWordsArray.push_back({copy, {0, 0}, static_cast<std::uint32_t>(length)});
+    g_lpWordsArray.push_back({copy, {0, 0}, static_cast<std::uint32_t>(length), copy});
     try {
         g_wordsIndex.Insert(length, hash, g_iWordsArrElement);
     } catch (const std::bad_alloc&) {
@@ -375,6 +375,7 @@ void SortStringTable() {
             ExitFree();
         }
         g_lpWordsArray[i].text = TrackedCopy(texts[i], sortable[i].length);
+        g_lpWordsArray[i].first = texts[i];
         g_lpWordsArray[i].length = sortable[i].length;
     }
     g_wordsIndex.Renumber(newIndex);
