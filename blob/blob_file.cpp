@@ -61,6 +61,22 @@ std::string TemporaryNameFor(const std::string& path) {
     return DirectoryOf(path) + "/." + BaseOf(path) + ".XXXXXX";
 }
 
+// How the blob reaches its file. Replacing through a rename would get past a
+// file's write protection, so an existing file that could not be opened for
+// writing is left alone; a device or pipe is written in place.
+enum class WriteWay { kRefused, kInPlace, kReplaceExisting, kCreate };
+
+// The way for path; info receives the status of an existing file.
+WriteWay WayTo(const std::string& path, struct stat& info) {
+    if (stat(path.c_str(), &info) != 0) {
+        return WriteWay::kCreate;
+    }
+    if (access(path.c_str(), W_OK) != 0) {
+        return WriteWay::kRefused;
+    }
+    return S_ISREG(info.st_mode) ? WriteWay::kReplaceExisting : WriteWay::kInPlace;
+}
+
 // Mode a new file would get from fopen, or the existing file's own.
 mode_t ModeFor(const struct stat* existing) {
     if (existing != nullptr) {
@@ -283,11 +299,10 @@ void WriteFinalBytesEarly(std::size_t finished) {
     }
     const std::string path = ResolveTarget(g_expectedBlobName.c_str());
     struct stat info {};
-    if (stat(path.c_str(), &info) == 0 &&
-        (!S_ISREG(info.st_mode) || access(path.c_str(), W_OK) != 0)) {
-        return;
+    const WriteWay way = WayTo(path, info);
+    if (way == WriteWay::kCreate || way == WriteWay::kReplaceExisting) {
+        g_earlyFile.Write(path, g_lpBlob, end);
     }
-    g_earlyFile.Write(path, g_lpBlob, end);
 }
 
 int WriteBinFile(char* name) {
@@ -316,17 +331,16 @@ int WriteBinFile(char* name) {
     }
     const std::string path = ResolveTarget(target);
     struct stat info {};
-    const bool exists = stat(path.c_str(), &info) == 0;
-    // Replacing through a rename would get past a file's write protection; a
-    // file that could not be opened for writing is left alone.
-    if (exists && access(path.c_str(), W_OK) != 0) {
+    const WriteWay way = WayTo(path, info);
+    if (way == WriteWay::kRefused) {
         ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
         return 0;
     }
-    if (exists && !S_ISREG(info.st_mode)) {
+    if (way == WriteWay::kInPlace) {
         return WriteInPlace(target, path, g_lpBlob, count);
     }
-    return WriteReplacing(target, path, exists ? &info : nullptr, g_lpBlob, count, early);
+    return WriteReplacing(target, path, way == WriteWay::kReplaceExisting ? &info : nullptr,
+                          g_lpBlob, count, early);
 }
 
 long LoadBlobImage(const char* path) {
