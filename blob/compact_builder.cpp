@@ -71,12 +71,17 @@ void OpenTable(std::uint8_t*& cursor, HeaderWord start, HeaderWord units) {
     Header()->*start = CursorPosition();
 }
 
+// Whether bytes more fit in the image after the build cursor.
+bool ImageHasRoom(std::uint64_t bytes) {
+    return bytes <= kMaxImageBytes - static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob);
+}
+
 // nameOf gives the record's name for the message when the image has no room;
 // only then is it looked up.
 template <typename Record, typename NameOf>
 std::uint32_t AddRecord(std::uint8_t*& cursor, HeaderWord start, HeaderWord units,
                         const Record& record, const wchar_t* kind, NameOf nameOf) {
-    if (sizeof(Record) > kMaxImageBytes - static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob)) {
+    if (!ImageHasRoom(sizeof(Record))) {
         ReserveImageBytes(sizeof(Record), kind, nameOf());
     }
     BlobHeader* header = Header();
@@ -268,8 +273,7 @@ void BeginImage(std::uint32_t format) {
 }
 
 void ReserveImageBytes(std::uint64_t bytes, const wchar_t* kind, const wchar_t* name) {
-    const auto used = static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob);
-    if (bytes > kMaxImageBytes - used) {
+    if (!ImageHasRoom(bytes)) {
         LogFormat(
             L"ERROR, CreateCompact, the blob would outgrow its limit of 0xFFFFF bytes "
             L"at the %ls \"%ls\"; no blob is written.\n",
