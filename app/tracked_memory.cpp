@@ -3,7 +3,6 @@
 #include <malloc.h>
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -61,7 +60,6 @@ struct Chunk {
 // Everything the sweep hands back: heap blocks and mapped chunks.
 std::vector<void*> g_heapBlocks;
 std::vector<Chunk> g_chunks;
-std::size_t g_nextChunkBytes = kFirstChunkBytes;
 unsigned char* g_chunkNext = nullptr;
 std::size_t g_chunkLeft = 0;
 
@@ -80,12 +78,11 @@ void* HeapBlock(std::size_t bytes) {
 }
 
 // Heap space that earlier frees left (the parsed documents, once deleted) is
-// already paged in: a chunk or large block taken from it costs a memset instead
-// of fresh pages. Only a large free area is worth it: a few scattered holes would
-// just split, and the block would come from fresh pages after all. Asking the
-// heap walks every free block, so its answer is kept as a budget: half of what
-// was free, less what chunks and blocks have taken since; frees in between only
-// add room.
+// already paged in: a chunk taken from it costs a memset instead of fresh
+// pages. Only a large free area is worth it: a few scattered holes would just
+// split, and the chunk would come from fresh pages after all. Asking the heap
+// walks every free block, so its answer is kept as a budget: half of what was
+// free, less what chunks have taken since; frees in between only add room.
 constexpr std::size_t kWorthwhileFreeHeap = std::size_t{2} << 20;
 std::size_t g_heapBudget = 0;
 
@@ -157,16 +154,14 @@ void* MappedChunk(std::size_t bytes) {
 
 bool NewChunk() {
     const bool fromHeap = TakeFromHeap(kFirstChunkBytes);
-    const std::size_t bytes = fromHeap ? kFirstChunkBytes : g_nextChunkBytes;
+    // The first mapped chunk is small; later ones are huge-page sized.
+    const std::size_t bytes = fromHeap || g_chunks.empty() ? kFirstChunkBytes : kHugeChunkBytes;
     void* start = fromHeap ? HeapBlock(bytes) : MappedChunk(bytes);
     if (start == nullptr) {
         return false;
     }
     g_chunkNext = static_cast<unsigned char*>(start);
     g_chunkLeft = bytes;
-    if (!fromHeap) {
-        g_nextChunkBytes = kHugeChunkBytes;
-    }
     return true;
 }
 
@@ -193,7 +188,6 @@ void ReleaseHeapBlocks() {
         munmap(chunk.start, chunk.bytes);
     }
     g_chunks.clear();
-    g_nextChunkBytes = kFirstChunkBytes;
     g_heapBudget = 0;
     g_chunkNext = nullptr;
     g_chunkLeft = 0;
