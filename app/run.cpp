@@ -1,5 +1,6 @@
 #include "app/run.h"
 
+#include <csignal>
 #include <cstring>
 #include <cwchar>
 #include <new>
@@ -259,7 +260,6 @@ int Run::Execute() {
             FreeAll();
             return 1;
         }
-        ExpectBlobFile(blobName_);
         CreateCompact();
     }
     LogAllocationCount();
@@ -286,6 +286,9 @@ int Run::Execute() {
 }  // namespace
 
 int RunQuillard(int argc, char** argv) {
+    // Past a file-size limit a write fails (and is reported) instead of ending
+    // the process half way through.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return Run(argc, argv).Execute();
     } catch (const FatalExit& exit) {

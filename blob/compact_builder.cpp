@@ -8,7 +8,6 @@
 #include "app/profile_mode.h"
 #include "app/progress_log.h"
 #include "app/tracked_memory.h"
-#include "blob/blob_file.h"
 #include "blob/string_table.h"
 #include "text/wide_string.h"
 #include "xmlinput/customisation.h"
@@ -139,7 +138,6 @@ void WriteWordsTable() {
         WordEntry& entry = g_lpWordsArray[static_cast<std::size_t>(i)];
         entry.ref = WordsAdd(entry.text, entry.length);
     }
-    WriteFinalBytesEarly(static_cast<std::size_t>(g_lpBuffer - g_lpBlob));
 }
 
 void WriteDrivers(Customisations& root) {

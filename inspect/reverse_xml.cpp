@@ -1,11 +1,11 @@
 #include "inspect/reverse_xml.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <memory>
+#include <span>
 #include <string>
 
+#include "app/output_file.h"
 #include "app/progress_log.h"
 #include "bridge/display_control.h"
 #include "text/value_text.h"
@@ -247,9 +247,8 @@ int ReverseToXml(int database, int placeholders, const char* path) {
     }
     const std::string bytes = ReverseXmlBytes(root, placeholders);
     ReleaseLibraryAnswers();  // the fetched tree is not needed once the text exists
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path, "wb"), std::fclose);
-    if (!file || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) != bytes.size() ||
-        std::fflush(file.get()) != 0) {
+    if (WriteOutputFile(path, {.bytes = std::as_bytes(std::span(bytes))}, true).error !=
+        OutputError::kNone) {
         LogFormat(L"ERROR, Unable to write XML file: - %s\n", path);
         return -1;
     }
