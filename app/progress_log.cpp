@@ -1,20 +1,20 @@
 #include "app/progress_log.h"
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <span>
 #include <string>
 
+#include "app/output_file.h"
 #include "text/utf8.h"
-
-extern char** environ;
 
 namespace qk {
 
@@ -25,6 +25,9 @@ wchar_t g_strLog[kLogBufferUnits];
 namespace {
 
 int g_logDescriptor = -1;
+// Set when a line of this run could not be written: quillard.log is then not
+// this run's log, and is not copied.
+bool g_logFailed = false;
 std::string g_encoded;
 LogSink g_logSink = nullptr;
 
@@ -36,7 +39,8 @@ void WriteAll(int descriptor, const char* bytes, std::size_t count) {
             if (errno == EINTR) {
                 continue;
             }
-            return;  // a full disk or a vanished file drops the line silently
+            g_logFailed = true;  // a full disk or a vanished file drops the line silently
+            return;
         }
         done += static_cast<std::size_t>(wrote);
     }
@@ -212,6 +216,9 @@ bool OpenLogFile(int mode) {
         // the log on disk is complete after each call.
         const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (mode == 1 ? O_TRUNC : 0);
         g_logDescriptor = open(kLogFileName, flags, 0644);
+        if (g_logDescriptor < 0) {
+            g_logFailed = true;
+        }
     }
     return g_logDescriptor >= 0;
 }
@@ -255,15 +262,41 @@ bool SetLogFile(const wchar_t* name) {
     return true;
 }
 
+namespace {
+
+// The copy's complaints go to standard error: the log is finished by then.
+void ReportCopyError(const char* name, const char* why) {
+    std::fprintf(stderr, "ERROR, the progress log could not be copied to \"%s\": %s\n", name, why);
+}
+
+bool IsTheLogItself(const char* name) {
+    struct stat log {};
+    struct stat copy {};
+    return stat(kLogFileName, &log) == 0 && stat(name, &copy) == 0 && log.st_dev == copy.st_dev &&
+           log.st_ino == copy.st_ino;
+}
+
+}  // namespace
+
 void CopyLogTo(const char* name) {
-    // cp is started directly, never through a shell, so the name is taken literally.
-    const char* arguments[] = {"cp", "--", kLogFileName, name, nullptr};
-    pid_t child = 0;
-    if (posix_spawnp(&child, "cp", nullptr, nullptr, const_cast<char**>(arguments), environ) != 0) {
+    if (name == nullptr || IsTheLogItself(name)) {
+        return;  // the log is already where it was asked for
+    }
+    if (g_logFailed) {
+        ReportCopyError(name, "quillard.log could not be written in this run");
         return;
     }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    const int log = open(kLogFileName, O_RDONLY | O_CLOEXEC);
+    if (log < 0) {
+        ReportCopyError(name, std::strerror(errno));
+        return;
+    }
+    const OutputResult result = WriteOutputFile(name, {.bytes = {}, .source = log}, false);
+    close(log);
+    if (result.error != OutputError::kNone) {
+        ReportCopyError(name, result.error == OutputError::kDanglingLink
+                                  ? "it is a symbolic link to a file that does not exist"
+                                  : std::strerror(result.cause));
     }
 }
 
@@ -276,6 +309,7 @@ void ResetProgressLog() {
         close(g_logDescriptor);
         g_logDescriptor = -1;
     }
+    g_logFailed = false;
     g_bCreateLog = 0;
     std::wmemset(g_strLogFile, L'\0', kLogFileNameUnits);
     std::wmemset(g_strLog, L'\0', kLogBufferUnits);

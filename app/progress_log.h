@@ -50,7 +50,9 @@ void SetCreateLog(int on);
 // Stores the -l name; returns false when it does not fit.
 bool SetLogFile(const wchar_t* name);
 
-// Copies quillard.log to name with cp, without a shell, and waits for it.
+// Copies quillard.log to name (WriteOutputFile: links and modes as for the
+// blob). When quillard.log could not be written in this run, or the copy fails,
+// nothing is copied and an ERROR line goes to standard error.
 void CopyLogTo(const char* name);
 
 // Where each encoded line goes instead of quillard.log, for fuzzers that run
