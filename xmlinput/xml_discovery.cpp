@@ -66,23 +66,6 @@ std::wstring Widened(const char* text, std::size_t maxBytes = 4 * kLogFormatBoun
     return out;
 }
 
-// The list grows by a new tracked string holding the old list and the
-// addition; the old one stays for the final sweep.
-void AppendToList(char*& list, std::string_view addition) {
-    const std::size_t old = list != nullptr ? std::strlen(list) : 0;
-    const std::size_t total = old + addition.size() + 1;
-    if (total > UINT32_MAX) {
-        ProgressLog(L"ERROR, the list of XML files is too long\n", 0);
-        ExitFree();
-    }
-    auto* grown = static_cast<char*>(Allocate(static_cast<std::uint32_t>(total)));
-    if (old != 0) {
-        std::memcpy(grown, list, old);
-    }
-    std::memcpy(grown + old, addition.data(), addition.size());
-    list = grown;
-}
-
 bool HasXmlExtension(std::string_view name) {
     if (name.size() < 4 || name[name.size() - 4] != '.') {
         return false;
@@ -111,14 +94,26 @@ bool IsKnownElement(std::string_view name) {
 
 int ReadAllXmls(const char* directory, int bCountProperties) {
     LogFormat(L"Searching for xml's in: - %ls\n", Widened(directory).c_str());
-    char* list = nullptr;
-    int count = 0;
-    if (directory == nullptr || FindXmlFiles(directory, list, count) != 0) {
+    XmlFileList list;
+    if (directory == nullptr || FindXmlFiles(directory, list.paths) != 0) {
         ProgressLog(L"No XML file found.\n", 0);
         return -1;
     }
-    LogFormat(L"------------------ all xml's: - %ls\n", Widened(list).c_str());
+    if (g_bCreateLog != 0) {
+        // The log shows the list as paths each followed by ';'; a line holds
+        // at most 4096 characters, so no more than its first bytes are needed.
+        std::string joined;
+        for (const std::string& path : list.paths) {
+            if (joined.size() > 4 * kLogFormatBound) {
+                break;
+            }
+            joined += path + ";";
+        }
+        list.shown = Widened(joined.c_str());
+    }
+    LogFormat(L"------------------ all xml's: - %ls\n", list.shown.c_str());
     int read = 0;
+    const int count = static_cast<int>(list.paths.size());
     for (int index = 1; index <= count; ++index) {
         char* name = nullptr;
         if (ExtractFileName(list, index, name) != 0) {
@@ -138,7 +133,7 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
     return read > 0 ? 0 : -1;
 }
 
-int FindXmlFiles(const char* directory, char*& list, int& count) {
+int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
     DIR* listing = opendir(directory);
     if (listing == nullptr) {
         return -1;
@@ -167,43 +162,26 @@ int FindXmlFiles(const char* directory, char*& list, int& count) {
         if (type == DT_DIR) {
             LogFormat(L"folder found:- %ls/%ls\n", wideDirectory.c_str(),
                       Widened(name.c_str()).c_str());
-            char* inner = nullptr;
-            if (FindXmlFiles(path.c_str(), inner, count) == 0 && inner != nullptr &&
-                *inner != '\0') {
-                AppendToList(list, inner);
-            }
+            FindXmlFiles(path.c_str(), files);
         } else if (HasXmlExtension(name)) {
             LogFormat(L"XML file found:- %ls/%ls\n", wideDirectory.c_str(),
                       Widened(name.c_str()).c_str());
-            ++count;
-            AppendToList(list, path + ";");
+            files.push_back(path);
         }
     }
-    return count >= 1 ? 0 : -1;
+    return files.empty() ? -1 : 0;
 }
 
-int ExtractFileName(const char* list, int index, char*& name) {
-    LogFormat(L"ExtractFileName: - %ls\n", Widened(list).c_str());
-    if (index < 1 || list == nullptr || *list == '\0') {
+int ExtractFileName(const XmlFileList& list, int index, char*& name) {
+    LogFormat(L"ExtractFileName: - %ls\n", list.shown.c_str());
+    if (index < 1 || static_cast<std::size_t>(index) > list.paths.size()) {
         return -1;
     }
-    // Split at ';' as strtok would: runs of separators count as one.
-    int piece = 0;
-    for (const char* at = list; *at != '\0';) {
-        at += std::strspn(at, ";");
-        if (*at == '\0') {
-            break;
-        }
-        const std::size_t length = std::strcspn(at, ";");
-        if (++piece == index) {
-            auto* copy = static_cast<char*>(Allocate(static_cast<std::uint32_t>(length + 1)));
-            std::memcpy(copy, at, length);
-            name = copy;
-            return 0;
-        }
-        at += length;
-    }
-    return -1;
+    const std::string& path = list.paths[static_cast<std::size_t>(index) - 1];
+    auto* copy = static_cast<char*>(Allocate(static_cast<std::uint32_t>(path.size() + 1)));
+    std::memcpy(copy, path.c_str(), path.size());
+    name = copy;
+    return 0;
 }
 
 long GetFileSizeAp(const char* path) {

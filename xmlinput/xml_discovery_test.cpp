@@ -61,10 +61,13 @@ class XmlDiscoveryTest : public unit::LoggedTest {
     }
     // The list of a scan and its count; "-1" for the list when the scan fails.
     static std::pair<std::string, int> Scan(const char* directory) {
-        char* list = nullptr;
-        int count = 0;
-        const int result = FindXmlFiles(directory, list, count);
-        return {result != 0 ? "-1" : list != nullptr ? list : "(null)", count};
+        std::vector<std::string> files;
+        const int result = FindXmlFiles(directory, files);
+        std::string list;
+        for (const std::string& file : files) {
+            list += file + ";";
+        }
+        return {result != 0 ? "-1" : list, static_cast<int>(files.size())};
     }
     std::wstring AreaNames() const {
         std::wstring names;
@@ -134,31 +137,18 @@ TEST_F(XmlDiscoveryTest, NoXmlFileEndsTheReadWithMinusOne) {
     EXPECT_EQ(Log(), "Searching for xml's in: - d\nfolder found:- d/inner\nNo XML file found.\n");
 }
 
-TEST_F(XmlDiscoveryTest, ExtractFileNameSplitsLikeStrtok) {
-    struct Case {
-        const char* list;
+TEST_F(XmlDiscoveryTest, ExtractFileNameTakesWholePaths) {
+    const XmlFileList list = {{"d/a;b.xml", "d/c.xml"}, L"d/a;b.xml;d/c.xml;"};
+    const struct {
         int index;
         const char* name;  // null: -1 expected
-    };
-    const Case cases[] = {
-        {"d/a.xml;d/b.xml;", 1, "d/a.xml"},
-        {"d/a.xml;d/b.xml;", 2, "d/b.xml"},
-        {"d/a.xml;d/b.xml;", 3, nullptr},
-        {"d/a.xml;d/b.xml;", 0, nullptr},
-        {";;a;;;b", 2, "b"},
-        {"a", 1, "a"},
-        {";;;", 1, nullptr},
-        {"", 1, nullptr},
-        {nullptr, 1, nullptr},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.list != nullptr ? c.list : "(null)") + " #" +
-                     std::to_string(c.index));
+    } cases[] = {{1, "d/a;b.xml"}, {2, "d/c.xml"}, {3, nullptr}, {0, nullptr}};
+    for (const auto& c : cases) {
         char* name = nullptr;
-        EXPECT_EQ(ExtractFileName(c.list, c.index, name), c.name != nullptr ? 0 : -1);
+        EXPECT_EQ(ExtractFileName(list, c.index, name), c.name != nullptr ? 0 : -1) << c.index;
         EXPECT_STREQ(name, c.name);
     }
-    EXPECT_TRUE(Logged("ExtractFileName: - d/a.xml;d/b.xml;\n"));
+    EXPECT_TRUE(Logged("ExtractFileName: - d/a;b.xml;d/c.xml;\n"));
 }
 
 TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
@@ -260,10 +250,9 @@ TEST_F(XmlDiscoveryTest, NoFixedBoundOnTheNumberOfFiles) {
     for (int i = 1000; i < 1300; ++i) {
         WriteFile("d/f" + std::to_string(i) + ".xml", "x");
     }
-    char* list = nullptr;
-    int count = 0;
-    ASSERT_EQ(FindXmlFiles("d", list, count), 0);
-    EXPECT_EQ(count, 300);
+    XmlFileList list;
+    ASSERT_EQ(FindXmlFiles("d", list.paths), 0);
+    ASSERT_EQ(list.paths.size(), 300u);
     char* name = nullptr;
     ASSERT_EQ(ExtractFileName(list, 300, name), 0);
     EXPECT_STREQ(name, "d/f1299.xml");
