@@ -1,15 +1,20 @@
-// Hostile and broken input: every case ends with a defined status and an ERROR
-// line, and a good blob already at the -b path is either left whole or replaced
-// by another whole blob, never destroyed.
+// Hostile and broken input, and files the tool must never write, read or leave
+// behind: every case ends with a defined status and an ERROR line, and a good
+// blob already at the -b path is either left whole or replaced by another whole
+// blob, never destroyed.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -107,6 +112,15 @@ enum class BlobAfter {
     kRebuilt,    // the run compiled what it could: a new blob that decodes cleanly
 };
 
+enum class Needs {
+    kNothing,
+    kUnprivileged,    // run as an ordinary user: permission bits do not stop root
+    kRoot,            // changes owners
+    kProtectedLinks,  // root, with the kernel's protection of links in sticky directories
+};
+
+constexpr uid_t kNobody = 65534;
+
 struct BadInputCase {
     const char* name;
     // Writes the case's inputs into the scratch directory.
@@ -117,7 +131,69 @@ struct BadInputCase {
     // "-l run.log" is added unless the case names its own -l.
     std::vector<std::string> args = {"-s", "in.xml", "-b", "good.blb"};
     std::string blob = "good.blb";
-    bool needsUnprivileged = false;  // run as an ordinary user: permission bits do not stop root
+    Needs needs = Needs::kNothing;
+    std::map<std::string, std::string> env = {};
+    // Expected on standard error instead of a copy of the log.
+    const char* stderrLine = "";
+    rlim_t fileSizeLimit = RLIM_INFINITY;
+    // Anything else that must hold afterwards.
+    std::function<void(const fs::path& dir, const RunResult& run)> check = {};
+};
+
+bool UnderValgrind() {
+    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
+    return valgrind != nullptr && *valgrind != '\0';
+}
+
+// Why the case cannot run here, or null.
+const char* Unmet(Needs needs) {
+    if ((needs == Needs::kRoot || needs == Needs::kProtectedLinks) && geteuid() != 0) {
+        return "needs root";
+    }
+    if (needs == Needs::kProtectedLinks && ReadFile("/proc/sys/fs/protected_symlinks") != "1\n") {
+        return "needs fs.protected_symlinks=1";
+    }
+    return nullptr;
+}
+
+// The files of a -p tree of count small system sets, each with an area of its own.
+void WriteManySets(const fs::path& tree, int count) {
+    for (int i = 0; i < count; ++i) {
+        const std::string id = std::to_string(i);
+        WriteFile(tree / ("customisation-set-number-" + id + ".xml"),
+                  std::string(kDeclaration) +
+                      "<customisations Format=\"1\"><properties><area Name=\"Area" + id +
+                      "\"><property Type=\"Dword\">Speed</property></area></properties>"
+                      "</customisations>\n");
+    }
+}
+
+// Long distinct texts: the blob (four bytes a character) is larger than the log.
+std::string TextHeavySet() {
+    SetParts parts;
+    parts.applications.clear();
+    for (int i = 0; i < 600; ++i) {
+        const std::string id = std::to_string(i);
+        parts.applications += "<application Title=\"" + std::string(150, 'T') + id + "\" File=\"" +
+                              std::string(150, 'f') + id +
+                              ".exe\"><use Area=\"Orchid\">Quick</use></application>\n";
+    }
+    return SystemSet(parts);
+}
+
+// The file-size limit of the runs started while it lives.
+class FileSizeLimit {
+  public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &previous_);
+        struct rlimit limit = previous_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &previous_); }
+
+  private:
+    struct rlimit previous_ {};
 };
 
 std::function<void(const fs::path&)> Writes(std::string name, std::string content) {
@@ -192,10 +268,8 @@ std::vector<BadInputCase> Cases() {
              },
          .status = 0,
          .errorLine = "FAILED: Unable to open bin file for writing.\n",
-         .needsUnprivileged = true},
-        {"DumpOfAnEmptyFile", Writes("bad.blb", ""), 0,
-         "ERROR, blob file \"bad.blb\" is missing or empty; the image is all zero.\n",
-         BlobAfter::kUnchanged, dump, "bad.blb"},
+         .needs = Needs::kUnprivileged},
+        {"DumpOfAnEmptyFile", Writes("bad.blb", ""), 0, "", BlobAfter::kUnchanged, dump, "bad.blb"},
         {"DumpOfATruncatedBlob",
          [](const fs::path& dir) {
              WriteFile(dir / "bad.blb", GoodBlob().substr(0, GoodBlob().size() / 2));
@@ -205,8 +279,8 @@ std::vector<BadInputCase> Cases() {
          "more than the 0xFFFFF bytes an image holds.\n", BlobAfter::kUnchanged, dump, "bad.blb"},
         {"DumpOfRandomBytes", Writes("bad.blb", RandomBytes(4096)), 0, "leaves the image\n",
          BlobAfter::kUnchanged, dump, "bad.blb"},
-        {"VersionOfAnEmptyFile", Writes("quillard.blb", ""), 0, kNoVersion, BlobAfter::kUnchanged,
-         version, "quillard.blb"},
+        {"VersionOfAnEmptyFile", Writes("quillard.blb", ""), 0, "", BlobAfter::kUnchanged, version,
+         "quillard.blb"},
         {"VersionOfATruncatedBlob",
          [](const fs::path& dir) { WriteFile(dir / "quillard.blb", GoodBlob().substr(0, 40)); }, 0,
          kNoVersion, BlobAfter::kUnchanged, version, "quillard.blb"},
@@ -226,7 +300,171 @@ std::vector<BadInputCase> Cases() {
              WriteFile(dir / "tree/set.xml", good);
              fs::permissions(dir / "tree/set.xml", fs::perms::none);
          },
-         255, "XML Invalid!!!\n", BlobAfter::kUnchanged, tree, "good.blb", true},
+         255, "XML Invalid!!!\n", BlobAfter::kUnchanged, tree, "good.blb", Needs::kUnprivileged},
+        {.name = "LinkInAStickyDirectoryThatTheKernelWouldNotFollow",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 fs::create_directory(dir / "shared");
+                 fs::permissions(dir / "shared", fs::perms::all | fs::perms::sticky_bit);
+                 fs::create_symlink("../victim.blb", dir / "shared/link.blb");
+                 ASSERT_EQ(lchown((dir / "shared/link.blb").c_str(), kNobody, kNobody), 0);
+             },
+         .status = 0,
+         .errorLine = "FAILED: Unable to open bin file for writing.\n",
+         .args = {"-s", "in.xml", "-b", "shared/link.blb"},
+         .blob = "victim.blb",
+         .needs = Needs::kProtectedLinks},
+        {.name = "ReplacedBlobKeepsOwnerGroupAndModeButNotSetId",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 ASSERT_EQ(chown((dir / "good.blb").c_str(), kNobody, kNobody), 0);
+                 ASSERT_EQ(chmod((dir / "good.blb").c_str(), 06640), 0);
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .needs = Needs::kRoot,
+         .check =
+             [](const fs::path& dir, const RunResult&) {
+                 struct stat info {};
+                 ASSERT_EQ(stat((dir / "good.blb").c_str(), &info), 0);
+                 EXPECT_EQ(info.st_uid, kNobody);
+                 EXPECT_EQ(info.st_gid, kNobody);
+                 EXPECT_EQ(info.st_mode & 07777, 0640u);
+             }},
+        {.name = "DanglingLinkIsNotReplaced",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 fs::create_symlink("nowhere.blb", dir / "dangling.blb");
+             },
+         .status = 0,
+         .errorLine = "ERROR, WriteBinFile(): - \"dangling.blb\" is a symbolic link to a file "
+                      "that does not exist; it is left as it is.\n",
+         .args = {"-s", "in.xml", "-b", "dangling.blb"},
+         .check =
+             [](const fs::path& dir, const RunResult&) {
+                 EXPECT_TRUE(fs::is_symlink(dir / "dangling.blb"));
+                 EXPECT_FALSE(fs::exists(dir / "nowhere.blb"));
+             }},
+        {.name = "LogCopyRunsNoProgramFromThePath",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 WriteFile(dir / "evil/cp", "#!/bin/sh\ntouch injected\n");
+                 fs::permissions(dir / "evil/cp", fs::perms::owner_all);
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = {"-s", "in.xml", "-b", "good.blb", "-l", "copy.log"},
+         .env = {{"PATH", std::string("evil:") + std::getenv("PATH")}}},
+        {.name = "LogCopyToADirectory",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 fs::create_directory(dir / "logdir");
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = {"-s", "in.xml", "-b", "good.blb", "-l", "logdir"},
+         .stderrLine = "ERROR, the progress log could not be copied to \"logdir\""},
+        {.name = "StaleLogIsNotCopied",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 WriteFile(dir / "quillard.log", "the log of an older run\n");
+                 fs::create_directory(dir / "out");
+                 fs::permissions(dir / "out", fs::perms::all);
+                 fs::permissions(dir / "quillard.log", fs::perms::owner_read);
+                 fs::permissions(dir, fs::perms::owner_read | fs::perms::owner_exec);
+             },
+         .status = 0,
+         .errorLine = "",
+         .args = {"-s", "in.xml", "-b", "out/new.blb", "-l", "out/copy.log"},
+         .needs = Needs::kUnprivileged,
+         .stderrLine = "quillard.log could not be written in this run",
+         .check = [](const fs::path& dir,
+                     const RunResult&) { EXPECT_FALSE(fs::exists(dir / "out/copy.log")); }},
+        {.name = "SemicolonInAFileName",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "tree/p", good);
+                 WriteFile(dir / "tree/p;q.xml", good);
+                 WriteFile(dir / "q.xml", ReadFile(Example("update.xml")));
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = tree,
+         .check =
+             [](const fs::path& dir, const RunResult&) {
+                 const std::string log = ReadFile(dir / "quillard.log");
+                 EXPECT_THAT(log, HasSubstr("File #1 - tree/p;q.xml\n"));
+                 EXPECT_THAT(log, Not(HasSubstr("File #2")));
+             }},
+        {.name = "ManyFilesInLinearMemory",
+         .make =
+             [](const fs::path& dir) { WriteManySets(dir / "tree", UnderValgrind() ? 200 : 4000); },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = tree,
+         .check =
+             [](const fs::path&, const RunResult& run) {
+#if defined(__SANITIZE_ADDRESS__)
+                 constexpr long kLimitKiB = 256 * 1024;
+#else
+                 constexpr long kLimitKiB = 64 * 1024;
+#endif
+                 if (!UnderValgrind()) {
+                     EXPECT_LT(run.maxRssKiB, kLimitKiB);
+                 }
+             }},
+        {.name = "AbandonedTemporaryFileIsRemoved",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "in.xml", good);
+                 WriteFile(dir / ".quillard-k3x9q2.tmp", "left by a run that was killed");
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt},
+        {.name = "FileSizeLimitKeepsTheOldBlob",
+         .make = Writes("in.xml", TextHeavySet()),
+         .status = 0,
+         .errorLine = "ERROR, WriteBinFile(): - writing \"good.blb\" failed after",
+         .fileSizeLimit = 640 * 1024},
+        {.name = "FileSizeLimitKeepsTheOldXml",
+         .make =
+             [](const fs::path& dir) {
+                 WriteFile(dir / "installed/system.blb", GoodBlob());
+                 WriteFile(dir / "back.xml", "an older conversion");
+             },
+         .status = 255,
+         .errorLine = "ERROR, Unable to write XML file: - back.xml\n",
+         .args = {"-r", "-sys", "-s", "back.xml"},
+         .blob = "back.xml",
+         .env = {{"LD_LIBRARY_PATH", (BuildDir() / "simulator").string()},
+                 {"VEXZEL_SIM_DIR", "installed"}},
+         .fileSizeLimit = 2048},
+        {.name = "NameOf255Bytes",
+         .make = Writes("in.xml", good),
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = {"-s", "in.xml", "-b", std::string(255, 'a')},
+         .blob = std::string(255, 'a')},
+        {"DumpOfAMissingFile",
+         Writes("in.xml", good),
+         0,
+         "",
+         BlobAfter::kUnchanged,
+         {"-o", "-b", "missing.blb"}},
+        {"VersionWithoutABlob", Writes("in.xml", good), 0, "", BlobAfter::kUnchanged, version},
     };
     // Names that a shell would take apart: passed through literally, never run.
     for (const std::string name : {"with space", "with \"quotes\"", "$(touch injected)",
@@ -250,6 +488,9 @@ class BadInput : public ::testing::TestWithParam<BadInputCase> {};
 
 TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
     const BadInputCase& c = GetParam();
+    if (const char* unmet = Unmet(c.needs)) {
+        GTEST_SKIP() << unmet;
+    }
     ScratchDir dir;
     WriteFile(dir / c.blob, GoodBlob());
     c.make(dir.path());
@@ -260,8 +501,12 @@ TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
         args.insert(args.begin(), {"-l", "run.log"});
     }
     bool ran = true;
-    const RunResult run = c.needsUnprivileged ? RunQuillardUnprivileged(dir.path(), args, &ran)
-                                              : RunQuillard(dir.path(), args);
+    RunResult run;
+    {
+        const FileSizeLimit limit(c.fileSizeLimit);
+        run = c.needs == Needs::kUnprivileged ? RunQuillardUnprivileged(dir.path(), args, &ran)
+                                              : RunQuillard(dir.path(), args, c.env);
+    }
     if (!ran)
         GTEST_SKIP() << "permission bits do not stop root, and it cannot run the tool as nobody";
     std::error_code ignored;
@@ -274,22 +519,28 @@ TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
     } else {
         EXPECT_THAT(log, Not(HasSubstr("ERROR"))) << "a clean run reported an error";
     }
-    if (ownLog) {
+    if (*c.stderrLine != '\0') {
+        EXPECT_THAT(run.err, HasSubstr(c.stderrLine));
+    } else if (ownLog) {
         const std::string& name = args[args.size() - 1];
         EXPECT_EQ(ReadFile(dir / name), log) << "the log was not copied to " << name;
-        EXPECT_FALSE(fs::exists(dir / "injected")) << "a name was run as a command";
     }
+    EXPECT_FALSE(fs::exists(dir / "injected")) << "a name was run as a command";
     const std::string after = ReadFile(dir / c.blob);
     if (c.after == BlobAfter::kUnchanged) {
         EXPECT_EQ(after.size(), before.size());
         EXPECT_TRUE(after == before) << "the blob file was changed";
     } else {
+        EXPECT_NE(after, before) << "the blob was not rebuilt";
         const unit::DecodedBlob blob = unit::DecodeBlobFile((dir / c.blob).string());
         EXPECT_TRUE(blob.ok()) << "the rebuilt blob does not decode";
         EXPECT_EQ(blob.endByte, after.size());
     }
+    if (c.check) {
+        c.check(dir.path(), run);
+    }
     // Whatever went wrong, nothing is left behind but what the run was asked to write.
-    for (const auto& entry : fs::directory_iterator(dir.path())) {
+    for (const auto& entry : fs::recursive_directory_iterator(dir.path())) {
         EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
     }
 }
@@ -297,6 +548,42 @@ TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
 INSTANTIATE_TEST_SUITE_P(Cli, BadInput, ::testing::ValuesIn(Cases()),
                          [](const ::testing::TestParamInfo<BadInputCase>& param) {
                              return std::string(param.param.name) + std::to_string(param.index);
+                         });
+
+// A run stopped by a signal at any moment leaves the old blob or the new one,
+// whole, and no temporary file; after SIGKILL the next run clears what is left.
+class Interrupted : public ::testing::TestWithParam<int> {};
+
+TEST_P(Interrupted, LeavesAWholeBlobAndNoTemporaryFile) {
+    const int signal = GetParam();
+    ScratchDir dir;
+    WriteFile(dir / "in.xml", TextHeavySet());
+    const std::string old = GoodBlob();
+    WriteFile(dir / "out.blb", old);
+    const std::vector<std::string> args = {"-s", "in.xml", "-b", "out.blb"};
+    const RunResult whole = RunQuillard(dir.path(), args);
+    ASSERT_EQ(whole.status, 0);
+    const std::string fresh = ReadFile(dir / "out.blb");
+    // Under valgrind a run takes seconds: a few moments are enough there.
+    const int step = UnderValgrind() ? 20000 : 1000;
+    for (int delay = 0; delay < 40000; delay += step) {
+        WriteFile(dir / "out.blb", old);
+        RunQuillard(dir.path(), args, {}, {signal, delay});
+        if (signal == SIGKILL) {
+            RunQuillard(dir.path(), {"-s", "in.xml", "-b", "other.blb"});
+        }
+        const std::string now = ReadFile(dir / "out.blb");
+        EXPECT_TRUE(now == old || now == fresh) << "a broken blob after " << delay << " us";
+        for (const auto& entry : fs::directory_iterator(dir.path())) {
+            EXPECT_NE(entry.path().filename().string().front(), '.')
+                << entry.path() << " after " << delay << " us";
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cli, Interrupted, ::testing::Values(SIGINT, SIGTERM, SIGHUP, SIGKILL),
+                         [](const ::testing::TestParamInfo<int>& param) {
+                             return std::string(sigabbrev_np(param.param));
                          });
 
 }  // namespace

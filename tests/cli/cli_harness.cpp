@@ -1,7 +1,9 @@
 #include "tests/cli/cli_harness.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,7 +38,8 @@ constexpr uid_t kNobody = 65534;
 constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
 RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
-              const std::map<std::string, std::string>& env, bool asNobody) {
+              const std::map<std::string, std::string>& env, bool asNobody,
+              Interruption interruption = {}) {
     // Output goes to files, not pipes, so a chatty run can never block on a full pipe.
     ScratchDir capture;
     if (asNobody) {
@@ -114,9 +117,15 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
     if (rc != 0) {
         throw std::runtime_error("cannot start " + program);
     }
-    int wstatus = 0;
-    while (waitpid(pid, &wstatus, 0) < 0) {
+    if (interruption.signal != 0) {
+        usleep(static_cast<useconds_t>(interruption.afterMicroseconds));
+        kill(pid, interruption.signal);
     }
+    int wstatus = 0;
+    struct rusage usage {};
+    while (wait4(pid, &wstatus, 0, &usage) < 0) {
+    }
+    result.maxRssKiB = usage.ru_maxrss;
     if (WIFEXITED(wstatus)) {
         result.status = WEXITSTATUS(wstatus);
     }
@@ -131,8 +140,8 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
 }  // namespace
 
 RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                      const std::map<std::string, std::string>& env) {
-    return Run(dir, args, env, false);
+                      const std::map<std::string, std::string>& env, Interruption interruption) {
+    return Run(dir, args, env, false, interruption);
 }
 
 RunResult RunQuillardUnprivileged(const std::filesystem::path& dir,

@@ -16,6 +16,13 @@ struct RunResult {
     int status = -1;  // exit status, or -1 when the tool did not exit normally
     std::string out;
     std::string err;
+    long maxRssKiB = 0;  // peak resident memory
+};
+
+// A signal sent to the run after a delay (none when signal is 0).
+struct Interruption {
+    int signal = 0;
+    int afterMicroseconds = 0;
 };
 
 // A fresh scratch directory, removed with its content at the end of the test.
@@ -39,7 +46,8 @@ constexpr int kValgrindErrorStatus = 99;
 // Runs the built quillard with args in dir, without a shell. env entries are set
 // (an empty value unsets the variable) on top of the test's own environment.
 RunResult RunQuillard(const std::filesystem::path& dir, const std::vector<std::string>& args,
-                      const std::map<std::string, std::string>& env = {});
+                      const std::map<std::string, std::string>& env = {},
+                      Interruption interruption = {});
 
 // Permission bits do not stop root. Run as root, this gives dir and its content
 // to the unprivileged user "nobody" and runs the tool as that user (through
