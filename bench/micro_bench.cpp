@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/string_table.h"
+#include "support/log_line_format.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
 
 namespace {
 

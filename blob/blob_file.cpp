@@ -5,13 +5,13 @@
 #include <span>
 #include <string>
 
-#include "app/output_file.h"
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
-#include "text/utf8.h"
-#include "xmlinput/xml_discovery.h"
+#include "support/file_size.h"
+#include "support/output_file.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
+#include "support/utf8_encode.h"
 
 namespace qk {
 

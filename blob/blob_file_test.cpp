@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "blob/blob_test_support.h"
+#include "tests/support/blob_test.h"
 #include "tests/support/files.h"
 
 namespace qk::unit {

@@ -8,18 +8,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "model/string_ref.h"
+
 namespace qk {
 
 static_assert(std::endian::native == std::endian::little,
               "blob records are laid out little-endian");
 static_assert(sizeof(wchar_t) == 4, "wide text is 4-byte code units");
-
-// Where a text stands in the Words table: its position and its byte length
-// including the 4-byte terminator.
-struct StringRef {
-    std::uint32_t pos;
-    std::uint32_t len;
-};
 
 constexpr std::uint32_t kBlobMagic = 0x454A5742;  // "BWJE" on disk
 constexpr std::size_t kHeaderBytes = 92;
@@ -30,7 +25,6 @@ constexpr std::uint32_t kMaxTextPosition = 0x3FFFF;
 constexpr std::uint32_t kMaxProfileValues = 1024;
 constexpr std::uint32_t kMaxBinaryBytes = 4096;
 constexpr std::size_t kPropertyNameBytes = 16;  // narrow name, at most 15 characters
-constexpr StringRef kEmptyStringRef = {0, 4};
 
 struct BlobHeader {
     std::uint32_t dwMagic;

@@ -5,17 +5,15 @@
 #include <string>
 #include <unordered_map>
 
-#include "app/profile_mode.h"
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/string_table.h"
+#include "model/customisation.h"
+#include "model/file_kind.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
 #include "text/wide_string.h"
-#include "xmlinput/customisation.h"
 
 namespace qk {
 
-std::uint8_t* g_lpBlob = nullptr;
-std::uint8_t* g_lpBuffer = nullptr;
 std::uint8_t* g_lpDriverPtr = nullptr;
 std::uint8_t* g_lpPropertyPtr = nullptr;
 std::uint8_t* g_lpAreaPtr = nullptr;
@@ -34,11 +32,6 @@ bool g_profileOpen = false;
 
 using HeaderWord = std::uint32_t BlobHeader::*;
 
-// The image is a calloc'd block, so the header and records can be addressed in place.
-BlobHeader* Header() {
-    return reinterpret_cast<BlobHeader*>(g_lpBlob);
-}
-
 // A record already written to the image; the linking operations take
 // positions from their callers, so a position beyond the written part ends the run.
 template <typename Record>
@@ -51,28 +44,15 @@ Record* RecordAtPosition(std::uint32_t position) {
     return reinterpret_cast<Record*>(g_lpBlob + PositionToByte(position));
 }
 
-std::uint32_t CursorPosition() {
-    return static_cast<std::uint32_t>((g_lpBuffer - g_lpBlob - kHeaderBytes) / kUnitBytes);
-}
-
-const wchar_t* TextOf(StringRef ref) {
-    const wchar_t* text = GetWordsViaOffset(static_cast<std::int32_t>(ref.pos));
-    return text != nullptr ? text : L"";
-}
-
-const wchar_t* OrEmpty(const wchar_t* text) {
-    return text != nullptr ? text : L"";
+// The text of a StringRef of the image being built, for messages.
+const wchar_t* WordText(StringRef ref) {
+    return OrEmpty(GetWordsViaOffset(static_cast<std::int32_t>(ref.pos)));
 }
 
 void OpenTable(std::uint8_t*& cursor, HeaderWord start, HeaderWord units) {
     cursor = g_lpBuffer;
-    Header()->*units = 0;
-    Header()->*start = CursorPosition();
-}
-
-// Whether bytes more fit in the image after the build cursor.
-bool ImageHasRoom(std::uint64_t bytes) {
-    return bytes <= kMaxImageBytes - static_cast<std::uint64_t>(g_lpBuffer - g_lpBlob);
+    ImageHeader()->*units = 0;
+    ImageHeader()->*start = CursorPosition();
 }
 
 // nameOf gives the record's name for the message when the image has no room;
@@ -83,7 +63,7 @@ std::uint32_t AddRecord(std::uint8_t*& cursor, HeaderWord start, HeaderWord unit
     if (!ImageHasRoom(sizeof(Record))) {
         ReserveImageBytes(sizeof(Record), kind, nameOf());
     }
-    BlobHeader* header = Header();
+    BlobHeader* header = ImageHeader();
     const std::uint32_t position = header->*start + header->*units;
     std::memcpy(cursor, &record, sizeof(Record));
     header->*units += static_cast<std::uint32_t>(sizeof(Record) / kUnitBytes);
@@ -250,36 +230,6 @@ void WriteApplications(Customisations& root) {
 
 }  // namespace
 
-BlobReader CurrentImage() {
-    if (g_lpBlob == nullptr) {
-        return BlobReader({});
-    }
-    return BlobReader({g_lpBlob, kMaxImageBytes});
-}
-
-void SetCurrentImage(std::uint8_t* image) {
-    ResetCompactBuilder();
-    g_lpBlob = image;
-}
-
-void BeginImage(std::uint32_t format) {
-    ResetCompactBuilder();
-    g_lpBlob = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(kMaxImageBytes)));
-    g_lpBuffer = g_lpBlob + kHeaderBytes;
-    Header()->dwMagic = kBlobMagic;
-    Header()->dwFormat = format;
-}
-
-void ReserveImageBytes(std::uint64_t bytes, const wchar_t* kind, const wchar_t* name) {
-    if (!ImageHasRoom(bytes)) {
-        LogFormat(
-            L"ERROR, CreateCompact, the blob would outgrow its limit of 0xFFFFF bytes "
-            L"at the %ls \"%ls\"; no blob is written.\n",
-            OrEmpty(kind), OrEmpty(name));
-        ExitFree();
-    }
-}
-
 void DriverInitialise() {
     OpenTable(g_lpDriverPtr, &BlobHeader::posDriverStart, &BlobHeader::nDriverUnits);
 }
@@ -287,7 +237,7 @@ void DriverInitialise() {
 std::uint32_t DriverAdd(StringRef name, std::int32_t privacy) {
     const DriverRecord record = {name, static_cast<std::uint32_t>(privacy), 0};
     return AddRecord(g_lpDriverPtr, &BlobHeader::posDriverStart, &BlobHeader::nDriverUnits, record,
-                     L"driver", [name] { return TextOf(name); });
+                     L"driver", [name] { return WordText(name); });
 }
 
 void PropertyInitialise() {
@@ -297,7 +247,7 @@ void PropertyInitialise() {
 std::uint32_t PropertyAdd(std::int32_t type, StringRef name, StringRef set) {
     const PropertyRecord record = {static_cast<std::uint32_t>(type), name, set, kNoRecord};
     return AddRecord(g_lpPropertyPtr, &BlobHeader::posPropertyStart, &BlobHeader::nPropertyUnits,
-                     record, L"property", [name] { return TextOf(name); });
+                     record, L"property", [name] { return WordText(name); });
 }
 
 void AreaInitialise() {
@@ -309,7 +259,7 @@ std::uint32_t AreaAdd(std::uint32_t driverPos, std::uint32_t firstPropertyPos) {
     return AddRecord(g_lpAreaPtr, &BlobHeader::posAreaStart, &BlobHeader::nAreaUnits, record,
                      L"area", [driverPos] {
                          auto driver = CurrentImage().RecordAt<DriverRecord>(driverPos);
-                         return driver ? TextOf(driver->refName) : L"";
+                         return driver ? WordText(driver->refName) : L"";
                      });
 }
 
@@ -331,7 +281,7 @@ std::uint32_t ProfileAdd(std::uint32_t driverPos, StringRef name, StringRef note
     std::uint8_t* header = g_lpProfilePtr;
     const std::uint32_t position =
         AddRecord(g_lpProfilePtr, &BlobHeader::posProfileStart, &BlobHeader::nProfileUnits, record,
-                  L"profile", [name] { return TextOf(name); });
+                  L"profile", [name] { return WordText(name); });
     g_lpValuePtr = g_lpProfilePtr;
     g_lpProfilePtr = header;
     g_profileOpen = true;
@@ -345,7 +295,7 @@ void ProfileAddValue(std::uint32_t namePos, const void* data, std::uint64_t size
         ExitFree();
     }
     auto* profile = reinterpret_cast<ProfileRecord*>(g_lpProfilePtr);
-    const wchar_t* profileName = TextOf(profile->refName);
+    const wchar_t* profileName = WordText(profile->refName);
     const wchar_t* wideName = OrEmpty(GetWordsViaOffset(static_cast<std::int32_t>(namePos)));
     if (profile->dwValueCount >= kMaxProfileValues) {
         BuildError(
@@ -397,7 +347,7 @@ void ProfileAddValue(std::uint32_t namePos, const void* data, std::uint64_t size
     const auto recordBytes = static_cast<std::uint32_t>(units * kUnitBytes);
     g_lpValuePtr += recordBytes;
     g_lpBuffer += recordBytes;
-    Header()->nProfileUnits += static_cast<std::uint32_t>(units);
+    ImageHeader()->nProfileUnits += static_cast<std::uint32_t>(units);
     profile->dwAggregatedSize += recordBytes;
     profile->dwValueCount += 1;
 }
@@ -426,7 +376,7 @@ std::uint32_t ApplicationAdd(StringRef title, StringRef file, StringRef path, St
     const ApplicationRecord record = {title, file, path, version, firstUsePos, 0};
     return AddRecord(g_lpApplicationPtr, &BlobHeader::posApplicationStart,
                      &BlobHeader::nApplicationUnits, record, L"application",
-                     [title] { return TextOf(title); });
+                     [title] { return WordText(title); });
 }
 
 void ApplicationAddUse(std::uint32_t applicationPos, std::uint32_t usePos) {
@@ -498,7 +448,7 @@ int CreateCompact() {
     WriteWordsTable();
     // Every tree text's StringRef is looked up once here; the tables below use them.
     FillInterimStrings();
-    Header()->refRelease = FindStrings(root.strRelease);
+    ImageHeader()->refRelease = FindStrings(root.strRelease);
     WriteDrivers(root);
     WriteProperties(root);
     WriteAreas(root);
@@ -510,8 +460,7 @@ int CreateCompact() {
 }
 
 void ResetCompactBuilder() {
-    g_lpBlob = nullptr;
-    g_lpBuffer = nullptr;
+    ResetImage();
     g_lpDriverPtr = nullptr;
     g_lpPropertyPtr = nullptr;
     g_lpAreaPtr = nullptr;

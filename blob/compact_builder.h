@@ -2,14 +2,10 @@
 
 #include <cstdint>
 
-#include "blob/blob_reader.h"
+#include "blob/blob_image.h"
 
 namespace qk {
 
-// The current image: built by CreateCompact or loaded from a file; kMaxImageBytes long.
-extern std::uint8_t* g_lpBlob;
-// Build cursor: the first byte of the image not yet written.
-extern std::uint8_t* g_lpBuffer;
 // Where each table's next record goes. g_lpProfilePtr is the open profile's
 // header, g_lpValuePtr the place of its next value record. After the build
 // g_lpApplicationPtr marks the end of the image.
@@ -23,19 +19,6 @@ extern std::uint8_t* g_lpApplicationPtr;
 
 // Lays the checked tree out as a blob image in g_lpBlob; 0 on success.
 int CreateCompact();
-
-// A reader over the current image (empty when there is none).
-BlobReader CurrentImage();
-// Makes a loaded kMaxImageBytes image the current one.
-void SetCurrentImage(std::uint8_t* image);
-
-// Starts an empty image: a fresh zero-filled buffer, the magic and format
-// words written, the cursor behind the header.
-void BeginImage(std::uint32_t format);
-
-// Ends the run through the error exit, after an ERROR line naming what is
-// written, when bytes more would take the image beyond 0xFFFFF bytes.
-void ReserveImageBytes(std::uint64_t bytes, const wchar_t* kind, const wchar_t* name);
 
 void DriverInitialise();
 std::uint32_t DriverAdd(StringRef name, std::int32_t privacy);

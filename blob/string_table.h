@@ -13,10 +13,6 @@ struct WordEntry {
     wchar_t* text;  // tracked copy
     StringRef ref;
     std::uint32_t length;  // of text, in code units, so that it is counted once
-    // The copy that the entry was made with, beside the tree's copy of the same
-    // offer; lookups compare with it rather than with the sorted copy in text,
-    // which lies far from the text being looked up.
-    const wchar_t* first;
 };
 
 // The word list: every distinct text the tree stores, in offer order until

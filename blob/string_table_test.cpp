@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "app/fatal_exit.h"
-#include "blob/blob_test_support.h"
+#include "support/fatal_exit.h"
+#include "tests/support/blob_test.h"
 
 namespace qk::unit {
 namespace {

@@ -6,7 +6,7 @@
 #include <regex>
 #include <string>
 
-#include "blob/blob_decode_for_tests.h"
+#include "tests/support/blob_decoder.h"
 
 namespace qk::unit {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "blob/blob_test_support.h"
 #include "blob/string_table.h"
+#include "tests/support/blob_test.h"
 
 namespace qk::unit {
 namespace {

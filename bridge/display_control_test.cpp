@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "model/customisation.h"
 #include "tests/support/installed_system_test.h"
-#include "xmlinput/customisation.h"
 
 namespace qk {
 namespace {

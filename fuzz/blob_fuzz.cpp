@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "app/fatal_exit.h"
 #include "blob/blob_file.h"
 #include "fuzz/fuzz_support.h"
 #include "inspect/blob_dump.h"
+#include "support/fatal_exit.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     qk::fuzz::ResetRun();

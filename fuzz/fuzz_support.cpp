@@ -9,17 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "app/fatal_exit.h"
-#include "app/profile_mode.h"
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
 #include "blob/version_string.h"
 #include "bridge/display_control.h"
 #include "inspect/blob_dump.h"
+#include "model/customisation.h"
+#include "model/file_kind.h"
+#include "support/fatal_exit.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
+#include "support/utf8_encode.h"
 #include "xmlinput/consistency.h"
-#include "xmlinput/customisation.h"
 #include "xmlinput/file_reader.h"
 #include "xmlinput/name_lookup.h"
 
@@ -46,6 +47,7 @@ void EnterWorkDir() {
     // random blob can make the dump log a hundred thousand lines, and a system
     // call for each would leave little time for fuzzing.
     SetLogSinkForTests([](const char*, std::size_t) {});
+    UseUtf8CharacterType();  // as every run of the tool does at its start
     // Library messages and -v lines would only drown the fuzzer's own output.
     if (std::freopen("/dev/null", "w", stdout) == nullptr)
         std::abort();

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "app/fatal_exit.h"
-#include "app/profile_mode.h"
 #include "fuzz/fuzz_support.h"
+#include "model/file_kind.h"
+#include "support/fatal_exit.h"
 #include "xmlinput/xml_discovery.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <string>
 
-#include "app/fatal_exit.h"
-#include "app/tracked_memory.h"
 #include "fuzz/fuzz_support.h"
+#include "support/fatal_exit.h"
+#include "support/tracked_memory.h"
 #include "text/value_text.h"
 #include "text/wide_string.h"
 

@@ -2,8 +2,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "app/profile_mode.h"
 #include "fuzz/fuzz_support.h"
+#include "model/file_kind.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     qk::fuzz::CompileXml(data, size, qk::kSystemFile);

@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <string>
 
-#include "app/profile_mode.h"
 #include "bridge/display_control.h"
 #include "fuzz/fuzz_support.h"
+#include "model/file_kind.h"
 
 namespace {
 

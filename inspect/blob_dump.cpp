@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "app/progress_log.h"
 #include "blob/blob_reader.h"
 #include "blob/compact_builder.h"
+#include "support/progress_log.h"
 
 namespace qk {
 

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/blob_file.h"
 #include "blob/blob_format.h"
 #include "blob/compact_builder.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
 #include "tests/support/files.h"
 #include "tests/support/image_writer.h"
 #include "tests/support/logged_test.h"

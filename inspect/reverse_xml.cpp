@@ -5,11 +5,13 @@
 #include <span>
 #include <string>
 
-#include "app/output_file.h"
-#include "app/progress_log.h"
 #include "bridge/display_control.h"
+#include "model/customisation.h"
+#include "support/output_file.h"
+#include "support/progress_log.h"
 #include "text/value_text.h"
-#include "xmlinput/customisation.h"
+
+#include "text/wide_string.h"
 
 namespace qk {
 
@@ -27,10 +29,6 @@ const wchar_t* TypeName(std::int32_t type) {
 
 const wchar_t* PrivacyName(std::int32_t privacy) {
     return privacy >= 0 && privacy <= 7 ? kPrivacyNames[privacy] : L"";
-}
-
-const wchar_t* OrEmpty(const wchar_t* text) {
-    return text ? text : L"";
 }
 
 bool HasText(const wchar_t* text) {

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "bridge/display_control.h"
+#include "model/customisation.h"
 #include "tests/support/files.h"
 #include "tests/support/installed_system_test.h"
 #include "tests/support/utf16_bytes.h"
-#include "xmlinput/customisation.h"
 
 namespace qk {
 namespace {

@@ -12,8 +12,8 @@
 #include <string>
 
 #include "bridge/display_control_abi.h"
+#include "model/customisation.h"
 #include "simulator/installed_database.h"
-#include "xmlinput/customisation.h"
 
 namespace {
 

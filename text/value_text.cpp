@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
 #include "text/wide_string.h"
 
 namespace qk {

@@ -10,6 +10,11 @@ namespace qk {
 wchar_t* chartowc(const char* text);
 wchar_t* MakeWc(const char* text);
 
+// The text, or the empty text for null.
+inline const wchar_t* OrEmpty(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
+
 // Wide to narrow text: a new tracked string holding the 7-bit characters;
 // every other character is logged as an error and left out. Null for null.
 char* wctochar(const wchar_t* text);

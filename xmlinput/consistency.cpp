@@ -3,7 +3,7 @@
 #include <cwchar>
 #include <unordered_set>
 
-#include "app/progress_log.h"
+#include "support/progress_log.h"
 #include "xmlinput/name_lookup.h"
 
 namespace qk {

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "xmlinput/customisation.h"
+#include "model/customisation.h"
 
 namespace qk {
 

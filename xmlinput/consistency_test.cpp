@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "app/profile_mode.h"
-#include "app/tracked_memory.h"
+#include "model/file_kind.h"
+#include "support/tracked_memory.h"
 #include "tests/support/files.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/tree_builder.h"

@@ -9,16 +9,17 @@
 #include <utility>
 #include <vector>
 
-#include "app/profile_mode.h"
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
 #include "blob/string_table.h"
 #include "blob/version_string.h"
 #include "bridge/display_control.h"
+#include "model/file_kind.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
 #include "text/value_text.h"
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
 #include "xmlinput/name_lookup.h"
+#include "xmlinput/walk_and_delete.h"
 #include "xmlinput/xml_load.h"
 
 namespace qk {
@@ -35,10 +36,6 @@ constexpr std::size_t kMaxWideUnits = 8192;   // longest text chartowc converts
 constexpr int kAreaMissing = -13;             // privacy query: not in the system set
 
 enum Context { kNoContext = 0, kPropertyText = 1, kValueText = 2, kUseText = 3 };
-
-const wchar_t* Printable(const wchar_t* text) {
-    return text != nullptr ? text : L"";
-}
 
 bool Is(const wchar_t* name, const wchar_t* wanted) {
     return name != nullptr && std::wcscmp(name, wanted) == 0;
@@ -402,7 +399,7 @@ bool FileReader::AreaRefused(const wchar_t* area, bool forProfile) {
             LogFormat(L"ERROR, Area %ls refered by profile is missing in System blob\n", area);
         } else {
             LogFormat(L"ERROR, Area %ls refered by application %ls is missing in System blob\n",
-                      area, Printable(application_ != nullptr ? application_->strFile : nullptr));
+                      area, OrEmpty(application_ != nullptr ? application_->strFile : nullptr));
         }
         return true;
     }
@@ -500,7 +497,7 @@ void FileReader::HandleValue(int index, const wchar_t* name, const wchar_t* valu
     auto* record = AllocateRecord<Value>();
     valueValid_ = true;
     const wchar_t* driverName = profile_->lpDriver->strName;
-    LogFormat(L"Searching Property: %ls\n", Printable(driverName));
+    LogFormat(L"Searching Property: %ls\n", OrEmpty(driverName));
     record->lpProperty = FindProperty(driverName, value);
     if (record->lpProperty == nullptr && IsUserOrOem() && driverName != nullptr) {
         int type = 0;
@@ -757,7 +754,7 @@ void FileReader::TextForUse() {
         return;
     }
     const wchar_t* areaName =
-        Printable(use_->lpDriver != nullptr ? use_->lpDriver->strName : nullptr);
+        OrEmpty(use_->lpDriver != nullptr ? use_->lpDriver->strName : nullptr);
     unsigned char exists = 0;
     if (Call_ZEL_ApplicationProfiles_Profile_Exist(areaName, text_.c_str(), &exists) != 0) {
         std::fputs("ZEL_ApplicationProfiles_Profile_Exist failed!", stdout);
@@ -777,7 +774,7 @@ void FileReader::TextForUse() {
         LogFormat(
             L"XML ERROR, Application %ls use doesn't refer to an existing area %ls profile "
             L"%ls\n",
-            Printable(application_ != nullptr ? application_->strTitle : nullptr), areaName,
+            OrEmpty(application_ != nullptr ? application_->strTitle : nullptr), areaName,
             text_.c_str());
         TakeUseAway();
     }
@@ -845,7 +842,7 @@ void FileReader::RemoveValuesWithoutData() {
                 *link = value->lpNext;
                 LogFormat(
                     L"ERROR: Value of property %ls has no data. Value is ignored.\n",
-                    Printable(value->lpProperty != nullptr ? value->lpProperty->strName : nullptr));
+                    OrEmpty(value->lpProperty != nullptr ? value->lpProperty->strName : nullptr));
                 break;
             }
         }
@@ -882,15 +879,15 @@ void FillCustomisationStrings(const wchar_t* name, const wchar_t* value) {
         return;
     }
     if (Is(name, L"Content")) {
-        root->strContent = StoredCopy(Printable(value));
+        root->strContent = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"Release")) {
-        root->strRelease = StoredCopy(Printable(value));
+        root->strRelease = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"Format")) {
         wchar_t format[16];
         std::swprintf(format, 16, L"%d", 1);
         root->strFormat = StoredCopy(format);
     } else {
-        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", Printable(name));
+        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", OrEmpty(name));
     }
 }
 
@@ -900,7 +897,7 @@ void FillDriver(Driver* driver, const wchar_t* name, const wchar_t* value) {
     }
     if (Is(name, L"Name")) {
         if (driver->strName == nullptr) {
-            driver->strName = StoredCopy(Printable(value));
+            driver->strName = StoredCopy(OrEmpty(value));
             driver->iPrivacy = kPrivacyDefined;
         }
     } else if (Is(name, L"Privacy")) {
@@ -917,9 +914,9 @@ void FillDriver(Driver* driver, const wchar_t* name, const wchar_t* value) {
                 return;
             }
         }
-        LogFormat(L"ERROR: - type not defined: - %ls\n", Printable(value));
+        LogFormat(L"ERROR: - type not defined: - %ls\n", OrEmpty(value));
     } else {
-        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", Printable(name));
+        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", OrEmpty(name));
     }
 }
 
@@ -938,9 +935,9 @@ void FillProperty(Property* property, const wchar_t* name, const wchar_t* value)
                 return;
             }
         }
-        LogFormat(L"ERROR: - type not defined: - %ls\n", Printable(value));
+        LogFormat(L"ERROR: - type not defined: - %ls\n", OrEmpty(value));
     } else if (Is(name, L"Set")) {
-        property->strSet = StoredCopy(Printable(value));
+        property->strSet = StoredCopy(OrEmpty(value));
     }
 }
 
@@ -951,11 +948,11 @@ void FillProfile(Profile* profile, const wchar_t* name, const wchar_t* value) {
     if (Is(name, L"Area")) {
         profile->lpDriver = FindDriver(value);
     } else if (Is(name, L"Usage")) {
-        profile->strUsage = StoredCopy(Printable(value));
+        profile->strUsage = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"Notes")) {
-        profile->strNotes = StoredCopy(Printable(value));
+        profile->strNotes = StoredCopy(OrEmpty(value));
     } else {
-        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", Printable(name));
+        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", OrEmpty(name));
     }
 }
 
@@ -964,15 +961,15 @@ void FillApplication(Application* application, const wchar_t* name, const wchar_
         return;
     }
     if (Is(name, L"Title")) {
-        application->strTitle = StoredCopy(Printable(value));
+        application->strTitle = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"File")) {
-        application->strFile = StoredCopy(Printable(value));
+        application->strFile = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"Path")) {
-        application->strPath = StoredCopy(Printable(value));
+        application->strPath = StoredCopy(OrEmpty(value));
     } else if (Is(name, L"Version")) {
-        application->strVersion = StoredCopy(Printable(value));
+        application->strVersion = StoredCopy(OrEmpty(value));
     } else {
-        LogFormat(L"ERROR: - Unknown application attributes: - %ls\n", Printable(name));
+        LogFormat(L"ERROR: - Unknown application attributes: - %ls\n", OrEmpty(name));
     }
 }
 
@@ -986,7 +983,7 @@ int CompareCustomisation(const wchar_t* name, const wchar_t* value) {
     } else if (Is(name, L"Format")) {
         stored = root != nullptr ? root->strFormat : nullptr;
     } else {
-        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", Printable(name));
+        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", OrEmpty(name));
         return 0;
     }
     return stored != nullptr && value != nullptr && std::wcscmp(stored, value) == 0 ? 1 : 0;

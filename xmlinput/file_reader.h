@@ -1,6 +1,6 @@
 #pragma once
 
-#include "xmlinput/customisation.h"
+#include "model/customisation.h"
 
 namespace qk {
 

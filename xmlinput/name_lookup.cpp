@@ -6,9 +6,11 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "app/fatal_exit.h"
-#include "app/profile_mode.h"
-#include "app/progress_log.h"
+#include "model/file_kind.h"
+#include "support/fatal_exit.h"
+#include "support/progress_log.h"
+
+#include "text/wide_string.h"
 
 namespace qk {
 
@@ -36,10 +38,6 @@ struct Indexes {
 };
 
 Indexes g_indexes;
-
-const wchar_t* Printable(const wchar_t* text) {
-    return text != nullptr ? text : L"";
-}
 
 const wchar_t* DriverName(const Area* area) {
     return area->lpDriver != nullptr ? area->lpDriver->strName : nullptr;
@@ -191,7 +189,7 @@ int isValidNameString(const char* text) {
 Driver* FindDriver(const wchar_t* name) {
     Area* area = LookUpArea(name);
     if (area == nullptr) {
-        LogFormat(L"WARNING: Unknown Driver: - %ls\n", Printable(name));
+        LogFormat(L"WARNING: Unknown Driver: - %ls\n", OrEmpty(name));
         return nullptr;
     }
     return area->lpDriver;
@@ -200,7 +198,7 @@ Driver* FindDriver(const wchar_t* name) {
 Area* FindArea(const wchar_t* name) {
     Area* area = LookUpArea(name);
     if (area == nullptr) {
-        LogFormat(L"WARNING: Unknown Driver: - %ls\n", Printable(name));
+        LogFormat(L"WARNING: Unknown Driver: - %ls\n", OrEmpty(name));
     }
     return area;
 }
@@ -208,8 +206,8 @@ Area* FindArea(const wchar_t* name) {
 Property* FindProperty(const wchar_t* driverName, const wchar_t* propertyName) {
     Property* property = LookUpProperty(driverName, propertyName);
     if (property == nullptr && g_appProfileMode == kSystemFile) {
-        LogFormat(L"ERROR: - Unknown Driver/PropertyID pair: - %ls/%ls.", Printable(driverName),
-                  Printable(propertyName));
+        LogFormat(L"ERROR: - Unknown Driver/PropertyID pair: - %ls/%ls.", OrEmpty(driverName),
+                  OrEmpty(propertyName));
         throw FatalExit{0};
     }
     return property;

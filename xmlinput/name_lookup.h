@@ -10,7 +10,7 @@
 // clears records calls InvalidateNameLookups(), after which the next lookup
 // rebuilds from the lists.
 
-#include "xmlinput/customisation.h"
+#include "model/customisation.h"
 
 namespace qk {
 

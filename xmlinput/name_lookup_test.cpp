@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "app/fatal_exit.h"
-#include "app/profile_mode.h"
-#include "app/tracked_memory.h"
+#include "model/file_kind.h"
+#include "support/fatal_exit.h"
+#include "support/tracked_memory.h"
 #include "tests/support/logged_test.h"
 #include "tests/support/tree_builder.h"
 #include "text/wide_string.h"

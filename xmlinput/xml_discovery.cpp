@@ -12,9 +12,10 @@
 #include <utility>
 #include <vector>
 
-#include "app/profile_mode.h"
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
+#include "model/file_kind.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
+#include "text/utf8_decode.h"
 #include "xmlinput/file_reader.h"
 #include "xmlinput/name_lookup.h"
 #include "xmlinput/xml_load.h"
@@ -22,49 +23,6 @@
 namespace qk {
 
 namespace {
-
-// Narrow texts (paths, element names) widened for the log. The wide formatter
-// refuses "%s" arguments that are not valid UTF-8, so they are decoded here and
-// each byte that is not part of a valid sequence becomes U+FFFD. Only the first
-// maxBytes bytes are taken: a log line is cut at 4096 characters anyway.
-std::wstring Widened(const char* text, std::size_t maxBytes = 4 * kLogFormatBound) {
-    std::wstring out;
-    if (text == nullptr) {
-        return out;
-    }
-    const auto* at = reinterpret_cast<const unsigned char*>(text);
-    const unsigned char* const end = at + strnlen(text, maxBytes);
-    while (at < end) {
-        const unsigned lead = *at;
-        if (lead < 0x80) {
-            out.push_back(static_cast<wchar_t>(lead));
-            ++at;
-            continue;
-        }
-        const int extra = lead >= 0xF0 && lead < 0xF8   ? 3
-                          : lead >= 0xE0 && lead < 0xF0 ? 2
-                          : lead >= 0xC0 && lead < 0xE0 ? 1
-                                                        : 0;
-        // The smallest character each length may encode; shorter forms are invalid.
-        static constexpr std::uint32_t kLeast[] = {0, 0x80, 0x800, 0x10000};
-        const std::uint32_t least = kLeast[extra];
-        std::uint32_t point = lead & (0x3Fu >> extra);
-        int taken = 0;
-        while (taken < extra && at + 1 + taken < end && (at[1 + taken] & 0xC0) == 0x80) {
-            point = point << 6 | (at[1 + taken] & 0x3F);
-            ++taken;
-        }
-        const bool surrogate = point >= 0xD800 && point <= 0xDFFF;
-        if (extra == 0 || taken < extra || point < least || point > 0x10FFFF || surrogate) {
-            out.push_back(L'\xFFFD');
-            ++at;
-            continue;
-        }
-        out.push_back(static_cast<wchar_t>(point));
-        at += 1 + extra;
-    }
-    return out;
-}
 
 bool HasXmlExtension(std::string_view name) {
     if (name.size() < 4 || name[name.size() - 4] != '.') {
@@ -93,7 +51,7 @@ bool IsKnownElement(std::string_view name) {
 }  // namespace
 
 int ReadAllXmls(const char* directory, int bCountProperties) {
-    LogFormat(L"Searching for xml's in: - %ls\n", Widened(directory).c_str());
+    LogFormat(L"Searching for xml's in: - %ls\n", WidenForLog(directory).c_str());
     XmlFileList list;
     if (directory == nullptr || FindXmlFiles(directory, list.paths) != 0) {
         ProgressLog(L"No XML file found.\n", 0);
@@ -109,7 +67,7 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
             }
             joined += path + ";";
         }
-        list.shown = Widened(joined.c_str());
+        list.shown = WidenForLog(joined.c_str());
     }
     LogFormat(L"------------------ all xml's: - %ls\n", list.shown.c_str());
     int read = 0;
@@ -119,13 +77,13 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
         if (ExtractFileName(list, index, name) != 0) {
             continue;
         }
-        LogFormat(L"File #%d - %ls\n", index, Widened(name).c_str());
+        LogFormat(L"File #%d - %ls\n", index, WidenForLog(name).c_str());
         if (ValidateXmlProfile(name, bCountProperties) != 0) {
             ProgressLog(L"XML Invalid!!!\n", 0);
             return -2;
         }
         if (ReadOneFile(name) != 0) {
-            LogFormat(L"ERROR, ReadAllXmls, XML file read: - %ls\n", Widened(name).c_str());
+            LogFormat(L"ERROR, ReadAllXmls, XML file read: - %ls\n", WidenForLog(name).c_str());
             return -2;
         }
         ++read;
@@ -156,16 +114,16 @@ int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
     closedir(listing);
     std::sort(entries.begin(), entries.end());
 
-    const std::wstring wideDirectory = Widened(directory);
+    const std::wstring wideDirectory = WidenForLog(directory);
     for (const auto& [name, type] : entries) {
         const std::string path = std::string(directory) + "/" + name;
         if (type == DT_DIR) {
             LogFormat(L"folder found:- %ls/%ls\n", wideDirectory.c_str(),
-                      Widened(name.c_str()).c_str());
+                      WidenForLog(name.c_str()).c_str());
             FindXmlFiles(path.c_str(), files);
         } else if (HasXmlExtension(name)) {
             LogFormat(L"XML file found:- %ls/%ls\n", wideDirectory.c_str(),
-                      Widened(name.c_str()).c_str());
+                      WidenForLog(name.c_str()).c_str());
             files.push_back(path);
         }
     }
@@ -184,19 +142,6 @@ int ExtractFileName(const XmlFileList& list, int index, char*& name) {
     return 0;
 }
 
-long GetFileSizeAp(const char* path) {
-    std::FILE* file = std::fopen(path, "r");
-    if (file == nullptr) {
-        return 0;
-    }
-    long size = 0;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
-        size = std::ftell(file);
-    }
-    std::fclose(file);
-    return size < 0 ? 0 : size;
-}
-
 int ValidateXmlProfile(const char* path, int bCountProperties) {
     XmlLoadError why = XmlLoadError::kNone;
     XmlDocument document(LoadXmlDocument(path, &why));
@@ -204,7 +149,7 @@ int ValidateXmlProfile(const char* path, int bCountProperties) {
         if (why == XmlLoadError::kCannotOpen) {
             return -1;
         }
-        LogFormat(L"Invalid XML detected: %ls\n", Widened(path).c_str());
+        LogFormat(L"Invalid XML detected: %ls\n", WidenForLog(path).c_str());
         return -2;
     }
     bool format = false;
@@ -224,7 +169,7 @@ int ValidateXmlProfile(const char* path, int bCountProperties) {
         const std::string_view name = element != nullptr ? element : "";
         if (!IsKnownElement(name)) {
             unknown = true;
-            LogFormat(L"ERROR, unknown node found: - %ls\n", Widened(element).c_str());
+            LogFormat(L"ERROR, unknown node found: - %ls\n", WidenForLog(element).c_str());
         }
         if (name == "property") {
             ++properties;

@@ -29,9 +29,6 @@ int FindXmlFiles(const char* directory, std::vector<std::string>& files);
 // when the index is below 1 or the list holds fewer paths.
 int ExtractFileName(const XmlFileList& list, int index, char*& name);
 
-// Size of a file in bytes; 0 when it cannot be opened.
-long GetFileSizeAp(const char* path);
-
 // 0 for a file of valid shape for the current file kind; -1 for an invalid file
 // or one that cannot be opened; -2 for a file that is not well-formed XML.
 int ValidateXmlProfile(const char* path, int bCountProperties);

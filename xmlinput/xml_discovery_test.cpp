@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "app/profile_mode.h"
 #include "blob/string_table.h"
 #include "blob/version_string.h"
+#include "model/customisation.h"
+#include "model/file_kind.h"
 #include "tests/support/files.h"
 #include "tests/support/logged_test.h"
 #include "xmlinput/consistency.h"
-#include "xmlinput/customisation.h"
 #include "xmlinput/file_reader.h"
 
 namespace qk {

@@ -1,6 +1,6 @@
 #include "xmlinput/xml_load.h"
 
-#include "text/utf8.h"
+#include "support/utf8_encode.h"
 
 #include <sys/stat.h>
 
@@ -136,8 +136,8 @@ std::string Utf16ToUtf8(std::string_view bytes, bool little) {
 // The text of `bytes`, which start `offset` bytes into a file of `size` bytes
 // in the given encoding, as UTF-8; false for UTF-16 that does not hold whole
 // code units.
-bool TextOf(std::string_view bytes, std::uint64_t offset, std::uint64_t size, Encoding encoding,
-            std::string& text) {
+bool DecodedText(std::string_view bytes, std::uint64_t offset, std::uint64_t size,
+                 Encoding encoding, std::string& text) {
     if (encoding == Encoding::kUtf8) {
         text.assign(bytes);
         return true;
@@ -219,7 +219,7 @@ bool EndsWhole(const char* path, mxml_node_t* top) {
     if (ReadEnds(path, kTailBytes, ends)) {
         const Encoding encoding = EncodingOf(ends.head);
         const std::uint64_t offset = ends.size - ends.tail.size();
-        if (!TextOf(ends.tail, offset, ends.size, encoding, text)) {
+        if (!DecodedText(ends.tail, offset, ends.size, encoding, text)) {
             return false;
         }
         if (EndsWithClosingMarkup(text, top)) {
@@ -233,7 +233,7 @@ bool EndsWhole(const char* path, mxml_node_t* top) {
     if (!ReadWholeFile(path, bytes)) {
         return false;
     }
-    return TextOf(bytes, 0, bytes.size(), EncodingOf(bytes), text) &&
+    return DecodedText(bytes, 0, bytes.size(), EncodingOf(bytes), text) &&
            EndsWithClosingMarkup(text, top);
 }
 

@@ -1,4 +1,5 @@
 #include "xmlinput/xml_load.h"
+#include "xmlinput/walk_and_delete.h"
 
 #include <gtest/gtest.h>
 

@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "blob/blob_decode_for_tests.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/blob_decoder.h"
 #include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {

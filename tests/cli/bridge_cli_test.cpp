@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "blob/blob_decode_for_tests.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/blob_decoder.h"
 #include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {

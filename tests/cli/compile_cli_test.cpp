@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "blob/blob_decode_for_tests.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/blob_decoder.h"
 
 namespace qk::cli {
 namespace {

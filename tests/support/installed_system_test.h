@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "bridge/display_control.h"
-#include "simulator/small_blob_for_tests.h"
 #include "tests/support/logged_test.h"
+#include "tests/support/small_blob.h"
 
 namespace qk::unit {
 

@@ -11,8 +11,9 @@
 #include <filesystem>
 #include <string>
 
-#include "app/progress_log.h"
-#include "app/tracked_memory.h"
+#include "support/progress_log.h"
+#include "support/tracked_memory.h"
+#include "support/utf8_encode.h"
 #include "tests/support/files.h"
 
 namespace qk::unit {
@@ -28,6 +29,7 @@ class LoggedTest : public ::testing::Test {
         std::filesystem::current_path(scratch_);
         ResetProgressLog();
         ResetTrackedMemory();
+        UseUtf8CharacterType();  // as every run does at its start
         // The registry is made by the first block; made here, its growth line
         // stays out of the tests' logs.
         Allocate(0);

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "app/tracked_memory.h"
+#include "model/customisation.h"
+#include "support/tracked_memory.h"
 #include "text/wide_string.h"
-#include "xmlinput/customisation.h"
 #include "xmlinput/name_lookup.h"
 
 namespace qk::unit {

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "blob/blob_format.h"
+#include "model/string_ref.h"
 
 namespace qk {
 

@@ -41,11 +41,6 @@ inline void LogFormatLong(const wchar_t* format, Arguments... arguments) {
     }
 }
 
-// Formats what the log's messages use (%d %u %x %X with a width and l/ll, %ls,
-// %lc, ASCII %s, %%) exactly as vswprintf would, cut at the bound. False, with
-// nothing promised about out, for any other conversion; vswprintf then does it.
-bool FormatLogLine(wchar_t* out, std::size_t bound, const wchar_t* format, va_list arguments);
-
 void SetCreateLog(int on);
 // Stores the -l name; returns false when it does not fit.
 bool SetLogFile(const wchar_t* name);

@@ -18,9 +18,9 @@ void EncodeUtf8(const wchar_t* text, std::string& out);
 std::size_t EncodeUtf8To(const wchar_t* text, std::size_t length, char* out);
 std::string EncodeUtf8(const wchar_t* text);
 
-// Makes the process's character type UTF-8, once, before the C library formats
-// wide text with narrow "%s" arguments (file names, XML names), which it decodes
-// with that character type. Runs that never need it do not pay for loading it.
+// Makes the process's character type UTF-8, so that the C library decodes the
+// narrow "%s" arguments of wide formats (file names, XML names) as UTF-8. A run
+// does it once, at its start.
 void UseUtf8CharacterType();
 
 }  // namespace qk

@@ -1,4 +1,4 @@
-#include "blob/blob_decode_for_tests.h"
+#include "tests/support/blob_decoder.h"
 
 #include <cstring>
 #include <fstream>

@@ -1,6 +1,6 @@
-#include "xmlinput/customisation.h"
+#include "model/customisation.h"
 
-#include "app/tracked_memory.h"
+#include "support/tracked_memory.h"
 
 namespace qk {
 

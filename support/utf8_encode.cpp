@@ -1,4 +1,4 @@
-#include "text/utf8.h"
+#include "support/utf8_encode.h"
 
 #include <clocale>
 #include <cwchar>
@@ -74,7 +74,7 @@ std::string EncodeUtf8(const wchar_t* text) {
 }
 
 void UseUtf8CharacterType() {
-    [[maybe_unused]] static const bool kSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+    std::setlocale(LC_CTYPE, "C.UTF-8");
 }
 
 }  // namespace qk

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "app/progress_log.h"
-#include "text/utf8.h"
+#include "support/log_line_format.h"
+#include "support/utf8_encode.h"
 
 namespace qk {
 namespace {

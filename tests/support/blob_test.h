@@ -8,15 +8,15 @@
 #include <initializer_list>
 #include <span>
 
-#include "app/profile_mode.h"
-#include "app/tracked_memory.h"
-#include "blob/blob_decode_for_tests.h"
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
 #include "blob/version_string.h"
+#include "model/customisation.h"
+#include "model/file_kind.h"
+#include "support/tracked_memory.h"
+#include "tests/support/blob_decoder.h"
 #include "tests/support/logged_test.h"
 #include "text/wide_string.h"
-#include "xmlinput/customisation.h"
 
 namespace qk::unit {
 

@@ -1,4 +1,4 @@
-#include "app/output_file.h"
+#include "support/output_file.h"
 
 #include <dirent.h>
 #include <fcntl.h>

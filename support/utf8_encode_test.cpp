@@ -1,4 +1,4 @@
-#include "text/utf8.h"
+#include "support/utf8_encode.h"
 
 #include <gtest/gtest.h>
 

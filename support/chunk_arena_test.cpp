@@ -1,14 +1,13 @@
 // Blocks carved from shared chunks must still behave as separate zero-filled
 // blocks: aligned, not overlapping, in registry order, all released by the sweep.
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "app/tracked_memory.h"
+#include "support/tracked_memory.h"
 
 namespace qk {
 namespace {
@@ -47,41 +46,6 @@ TEST_F(TrackedArenaTest, ManySmallAndSomeLargeBlocksStaySeparate) {
     auto* later = static_cast<unsigned char*>(Allocate(64));
     EXPECT_EQ(std::vector<unsigned char>(later, later + 64), std::vector<unsigned char>(64, 0));
     EXPECT_EQ(g_pAllBuffers[30000], later);
-}
-
-TEST_F(TrackedArenaTest, BlocksInReusedHeapAreZeroFilled) {
-    // Leave a few megabytes of dirty free heap below a fence block, as a deleted
-    // document does; chunks taken from it must still hand out zeros. The heap
-    // keeps it as quillard's settings make it do.
-#ifdef __GLIBC__
-    mallopt(M_MMAP_THRESHOLD, 64 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
-#endif
-    std::vector<void*> dirty;
-    for (int i = 0; i < 48; ++i) {
-        void* block = std::malloc(100 * 1024);
-        ASSERT_NE(block, nullptr);
-        std::memset(block, 0xA5, 100 * 1024);
-        dirty.push_back(block);
-    }
-    void* fence = std::malloc(8 * 1024 * 1024);  // larger than any hole: at the top
-    for (void* block : dirty) {
-        std::free(block);
-    }
-    for (std::uint32_t i = 0; i < 20000; ++i) {
-        const std::uint32_t size = 1 + (i * 53) % 300;
-        auto* block = static_cast<unsigned char*>(Allocate(size));
-        for (std::uint32_t at = 0; at < size; ++at) {
-            ASSERT_EQ(block[at], 0) << "block " << i << " byte " << at;
-        }
-        std::memset(block, 0xFF, size);
-    }
-    FreeAll();
-    std::free(fence);
-#ifdef __GLIBC__
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 128 * 1024);
-#endif
 }
 
 }  // namespace

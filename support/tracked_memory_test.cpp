@@ -1,11 +1,11 @@
-#include "app/tracked_memory.h"
+#include "support/tracked_memory.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 
-#include "app/fatal_exit.h"
+#include "support/fatal_exit.h"
 #include "tests/support/logged_test.h"
 
 namespace qk {

@@ -23,7 +23,8 @@ T* AllocateRecord() {
 // Frees every registered block; the registry and the counters stay.
 void FreeAll();
 
-// The error exit: logs, frees, copies the log and throws FatalExit{255}.
+// The error exit: logs, frees and throws FatalExit{255}, whose catcher copies
+// the log.
 [[noreturn]] void ExitFree();
 
 // Test hooks: replace the heap allocation (nullptr restores calloc) and forget

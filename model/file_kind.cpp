@@ -1,4 +1,4 @@
-#include "app/profile_mode.h"
+#include "model/file_kind.h"
 
 namespace qk {
 

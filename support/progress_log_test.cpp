@@ -1,4 +1,4 @@
-#include "app/progress_log.h"
+#include "support/progress_log.h"
 
 #include <gtest/gtest.h>
 
