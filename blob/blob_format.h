@@ -94,6 +94,28 @@ static_assert(sizeof(DriverRecord) == 16 && sizeof(PropertyRecord) == 24 &&
               sizeof(ValueRecordHead) == 20 && sizeof(UseRecord) == 8 &&
               sizeof(ApplicationRecord) == 40);
 
+// The seven tables, in the order they follow each other in the image.
+enum class BlobTable { kWords, kDriver, kProperty, kArea, kProfile, kUse, kApplication };
+
+// Where the header keeps each table's start and size, and the table's name.
+struct TableFields {
+    std::uint32_t BlobHeader::*start;
+    std::uint32_t BlobHeader::*units;
+    const wchar_t* name;
+};
+constexpr TableFields kTableFields[] = {
+    {&BlobHeader::posWordsStart, &BlobHeader::nWordsUnits, L"Words"},
+    {&BlobHeader::posDriverStart, &BlobHeader::nDriverUnits, L"Driver"},
+    {&BlobHeader::posPropertyStart, &BlobHeader::nPropertyUnits, L"Property"},
+    {&BlobHeader::posAreaStart, &BlobHeader::nAreaUnits, L"Area"},
+    {&BlobHeader::posProfileStart, &BlobHeader::nProfileUnits, L"Profile"},
+    {&BlobHeader::posUseStart, &BlobHeader::nUseUnits, L"Use"},
+    {&BlobHeader::posApplicationStart, &BlobHeader::nApplicationUnits, L"Application"},
+};
+constexpr const TableFields& FieldsOf(BlobTable table) {
+    return kTableFields[static_cast<int>(table)];
+}
+
 constexpr std::uint32_t kDriverUnits = 2;
 constexpr std::uint32_t kPropertyUnits = 3;
 constexpr std::uint32_t kAreaUnits = 1;

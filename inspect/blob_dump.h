@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "blob/blob_reader.h"
+
 namespace qk {
 
 // Dumps every table of the current image to the progress log.
@@ -20,10 +22,9 @@ void PrintProfileTable();
 void PrintUseTable();
 void PrintApplicationTable();
 
-// Dumps count value records starting at the position firstValue, none of them
-// beyond tableEnd (a position). Returns the bytes they take; the dump stops at
-// the first record that does not fit.
-std::uint64_t PrintValues(std::uint32_t count, std::uint64_t firstValue, std::uint64_t tableEnd);
+// Dumps the value records of a profile, and an ERROR line where one leaves the
+// Profile table. Returns the bytes they take.
+std::uint64_t PrintValues(const ProfileEntry& profile);
 
 // Dumps one value record whose head starts at the byte offset recordByte; the
 // caller has checked that the head and datum lie inside the image.

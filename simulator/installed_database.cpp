@@ -38,43 +38,42 @@ std::optional<InstalledDatabase> DecodeInstalledDatabase(const std::vector<std::
     const BlobReader reader({reinterpret_cast<const std::uint8_t*>(storage.data()), bytes.size()});
     const auto header = reader.Header();
     const auto drivers = reader.Table(BlobTable::kDriver);
-    const auto properties = reader.Table(BlobTable::kProperty);
     const auto areas = reader.Table(BlobTable::kArea);
     const auto profiles = reader.Table(BlobTable::kProfile);
-    const auto uses = reader.Table(BlobTable::kUse);
     const auto applications = reader.Table(BlobTable::kApplication);
-    if (!header || header->dwMagic != kBlobMagic || !drivers || !properties || !areas ||
-        !profiles || !uses || !applications || !reader.Table(BlobTable::kWords)) {
+    if (!header || header->dwMagic != kBlobMagic || !drivers ||
+        !reader.Table(BlobTable::kProperty) || !areas || !profiles ||
+        !reader.Table(BlobTable::kUse) || !applications || !reader.Table(BlobTable::kWords)) {
         return std::nullopt;
     }
     InstalledDatabase database;
     database.release = Text(reader, header->refRelease);
+    bool good = true;
 
     std::map<std::uint32_t, std::pair<std::wstring, int>> driverAt;
-    for (std::uint64_t p = drivers->start; p + kDriverUnits <= drivers->end(); p += kDriverUnits) {
-        const auto record = reader.RecordAt<DriverRecord>(static_cast<std::uint32_t>(p));
-        driverAt[static_cast<std::uint32_t>(p)] = {Text(reader, record->refName),
-                                                   static_cast<int>(record->dwPrivacy)};
-    }
+    reader.ForEach<DriverRecord>(*drivers, [&](const Located<DriverRecord>& driver) {
+        driverAt[driver.position] = {Text(reader, driver.record.refName),
+                                     static_cast<int>(driver.record.dwPrivacy)};
+    });
 
-    for (std::uint64_t p = areas->start; p + kAreaUnits <= areas->end(); p += kAreaUnits) {
-        const auto record = reader.RecordAt<AreaRecord>(static_cast<std::uint32_t>(p));
-        const auto driver = driverAt.find(record->posDriver);
-        if (driver == driverAt.end()) {
-            return std::nullopt;
+    // A chain that leaves its table, loops or joins another is not a database.
+    ChainWalker propertyChains(reader, BlobTable::kProperty, kPropertyUnits,
+                               offsetof(PropertyRecord, posNext));
+    reader.ForEach<AreaRecord>(*areas, [&](const Located<AreaRecord>& located) {
+        const auto driver = driverAt.find(located.record.posDriver);
+        std::vector<std::uint32_t> chain;
+        bool joined = false;
+        const ChainEnd end = propertyChains.Walk(
+            located.record.posFirstProperty,
+            [&](std::uint32_t position) { chain.push_back(position); }, &joined);
+        if (driver == driverAt.end() || end != ChainEnd::kComplete || joined) {
+            good = false;
+            return;
         }
         InstalledArea area;
-        area.driverPosition = record->posDriver;
+        area.driverPosition = located.record.posDriver;
         area.driver = driver->second.first;
         area.privacy = driver->second.second;
-        std::vector<std::uint32_t> chain;
-        const ChainEnd end =
-            reader.WalkChain(record->posFirstProperty, *properties, kPropertyUnits,
-                             offsetof(PropertyRecord, posNext),
-                             [&](std::uint32_t position) { chain.push_back(position); });
-        if (end != ChainEnd::kComplete) {
-            return std::nullopt;
-        }
         // The chain runs from the last property back to the first.
         for (auto at = chain.rbegin(); at != chain.rend(); ++at) {
             const auto property = reader.RecordAt<PropertyRecord>(*at);
@@ -83,64 +82,56 @@ std::optional<InstalledDatabase> DecodeInstalledDatabase(const std::vector<std::
                                        Text(reader, property->refSet)});
         }
         database.areas.push_back(std::move(area));
-    }
+    });
 
-    std::uint64_t p = profiles->start;
-    while (p + kProfileUnits <= profiles->end()) {
-        const auto record = reader.RecordAt<ProfileRecord>(static_cast<std::uint32_t>(p));
-        if (record->dwValueCount > kMaxProfileValues) {
-            return std::nullopt;
+    reader.ForEachProfile(*profiles, [&](const ProfileEntry& entry) {
+        if (entry.tooManyValues || entry.valueOutside) {
+            good = false;
+            return;
         }
         InstalledProfile profile;
-        profile.position = static_cast<std::uint32_t>(p);
-        profile.driverPosition = record->posDriver;
-        const auto driver = driverAt.find(record->posDriver);
+        profile.position = entry.position;
+        profile.driverPosition = entry.record.posDriver;
+        const auto driver = driverAt.find(entry.record.posDriver);
         if (driver != driverAt.end()) {
             profile.driver = driver->second.first;
         }
-        profile.name = Text(reader, record->refName);
-        profile.notes = Text(reader, record->refNotes);
-        std::uint64_t q = p + kProfileUnits;
-        for (std::uint32_t i = 0; i < record->dwValueCount; ++i) {
-            const auto head = reader.RecordAt<ValueRecordHead>(static_cast<std::uint32_t>(q));
-            if (!head || q >= profiles->end()) {
-                return std::nullopt;
-            }
-            const std::uint64_t units = ValueRecordUnits(head->dwDatumSize);
-            if (q + units > profiles->end()) {
-                return std::nullopt;
-            }
-            InstalledValue value;
-            value.property.assign(head->szPropertyName,
-                                  strnlen(head->szPropertyName, kPropertyNameBytes));
-            const std::uint8_t* datum = reader.data() + PositionToByte(q) + sizeof(ValueRecordHead);
-            value.datum.assign(datum, datum + head->dwDatumSize);
-            profile.values.push_back(std::move(value));
-            q += units;
+        profile.name = Text(reader, entry.record.refName);
+        profile.notes = Text(reader, entry.record.refNotes);
+        for (const ValueEntry& value : entry.values) {
+            profile.values.push_back(
+                {std::string(value.head.szPropertyName,
+                             strnlen(value.head.szPropertyName, kPropertyNameBytes)),
+                 std::vector<std::uint8_t>(value.datum.begin(), value.datum.end())});
         }
         database.profiles.push_back(std::move(profile));
-        p += kProfileUnits + record->dwAggregatedSize / kUnitBytes;
-    }
+    });
 
-    for (std::uint64_t a = applications->start; a + kApplicationUnits <= applications->end();
-         a += kApplicationUnits) {
-        const auto record = reader.RecordAt<ApplicationRecord>(static_cast<std::uint32_t>(a));
-        InstalledApplication application{Text(reader, record->refTitle),
-                                         Text(reader, record->refFile),
-                                         Text(reader, record->refPath),
-                                         Text(reader, record->refVersion),
-                                         {}};
-        std::vector<std::uint32_t> chain;
-        const ChainEnd end =
-            reader.WalkChain(record->posFirstUse, *uses, kUseUnits, offsetof(UseRecord, posNext),
-                             [&](std::uint32_t position) { chain.push_back(position); });
-        if (end != ChainEnd::kComplete) {
-            return std::nullopt;
-        }
-        for (auto at = chain.rbegin(); at != chain.rend(); ++at) {
-            application.useProfiles.push_back(reader.RecordAt<UseRecord>(*at)->posProfile);
-        }
-        database.applications.push_back(std::move(application));
+    ChainWalker useChains(reader, BlobTable::kUse, kUseUnits, offsetof(UseRecord, posNext));
+    reader.ForEach<ApplicationRecord>(
+        *applications, [&](const Located<ApplicationRecord>& located) {
+            const ApplicationRecord& record = located.record;
+            InstalledApplication application{Text(reader, record.refTitle),
+                                             Text(reader, record.refFile),
+                                             Text(reader, record.refPath),
+                                             Text(reader, record.refVersion),
+                                             {}};
+            std::vector<std::uint32_t> chain;
+            bool joined = false;
+            const ChainEnd end = useChains.Walk(
+                record.posFirstUse, [&](std::uint32_t position) { chain.push_back(position); },
+                &joined);
+            if (end != ChainEnd::kComplete || joined) {
+                good = false;
+                return;
+            }
+            for (auto at = chain.rbegin(); at != chain.rend(); ++at) {
+                application.useProfiles.push_back(reader.RecordAt<UseRecord>(*at)->posProfile);
+            }
+            database.applications.push_back(std::move(application));
+        });
+    if (!good) {
+        return std::nullopt;
     }
     return database;
 }

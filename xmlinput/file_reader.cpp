@@ -19,6 +19,9 @@
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
 #include "xmlinput/name_lookup.h"
+#include "xmlinput/privacy_policy.h"
+#include "xmlinput/record_fill.h"
+#include "xmlinput/value_conversion.h"
 #include "xmlinput/walk_and_delete.h"
 #include "xmlinput/xml_load.h"
 
@@ -33,21 +36,8 @@ constexpr std::size_t kWordUnits = 4096;      // one word, terminator included
 constexpr std::size_t kAreaNameUnits = 256;   // the area named by the last Area attribute
 constexpr std::size_t kMaxPropertyName = 15;  // code units
 constexpr std::size_t kMaxWideUnits = 8192;   // longest text chartowc converts
-constexpr int kAreaMissing = -13;             // privacy query: not in the system set
 
 enum Context { kNoContext = 0, kPropertyText = 1, kValueText = 2, kUseText = 3 };
-
-bool Is(const wchar_t* name, const wchar_t* wanted) {
-    return name != nullptr && std::wcscmp(name, wanted) == 0;
-}
-
-// A private copy that also goes into the word list, as every stored text does.
-wchar_t* StoredCopy(const wchar_t* text) {
-    const std::size_t length = std::wcslen(text);
-    wchar_t* copy = TrackedCopy(text, length);
-    AddToWordsArray(copy, length);
-    return copy;
-}
 
 // Element text is widened as UTF-8, like attribute values; plain ASCII, by far
 // the most common, is widened in one pass into the reused buffer and needs no
@@ -112,7 +102,6 @@ class FileReader {
     void Finish();
 
     bool CopyAreaName(const wchar_t* value);
-    bool AreaRefused(const wchar_t* area, bool forProfile);
     Area* AppendNewArea();
     Profile* NextProfile();
     void FillCurrentProfile(const wchar_t* name, const wchar_t* value);
@@ -308,7 +297,7 @@ int FileReader::HandleAttribute(const char* element, int index, const wchar_t* n
 void FileReader::HandleCustomisations(const wchar_t* name, const wchar_t* value) {
     if (g_bFirstFile != 0) {
         // The release text of the run replaces the file's when the file ends.
-        if (!Is(name, L"Release")) {
+        if (!NameIs(name, L"Release")) {
             FillCustomisationStrings(name, value);
         }
     } else if (CompareCustomisation(name, value) == 0) {
@@ -390,39 +379,6 @@ bool FileReader::CopyAreaName(const wchar_t* value) {
     return true;
 }
 
-// The privacy checks of user and OEM files; true when the item must be refused.
-bool FileReader::AreaRefused(const wchar_t* area, bool forProfile) {
-    int privacy = 0;
-    const int result = Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(area, &privacy);
-    if (result == kAreaMissing) {
-        if (forProfile) {
-            LogFormat(L"ERROR, Area %ls refered by profile is missing in System blob\n", area);
-        } else {
-            LogFormat(L"ERROR, Area %ls refered by application %ls is missing in System blob\n",
-                      area, OrEmpty(application_ != nullptr ? application_->strFile : nullptr));
-        }
-        return true;
-    }
-    if (result != 0) {
-        LogFormat(L"ERROR, Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get failed\n");
-        return true;
-    }
-    if (forProfile &&
-        (privacy == kPrivacyProfilesOnly || privacy == kPrivacyApplicationsAndProfiles)) {
-        LogFormat(
-            L"ERROR, The profile overriding/modifying is not allowed by the area %ls "
-            L"privacy setting\n",
-            area);
-        return true;
-    }
-    if (!forProfile &&
-        (privacy == kPrivacyApplicationsOnly || privacy == kPrivacyApplicationsAndProfiles)) {
-        LogFormat(L"XML ERROR, %ls Area disallows application adding/overriding \n", area);
-        return true;
-    }
-    return false;
-}
-
 // An area of the installed system set that a user or OEM file refers to.
 Area* FileReader::AppendNewArea() {
     LogFormat(L"Area pointer not valid, need to create for USER/OEM file.\n");
@@ -436,10 +392,10 @@ Area* FileReader::AppendNewArea() {
 
 void FileReader::HandleProfile(const wchar_t* name, const wchar_t* value) {
     if (IsUserOrOem()) {
-        if (Is(name, L"Area") && !CopyAreaName(value)) {
+        if (NameIs(name, L"Area") && !CopyAreaName(value)) {
             return;
         }
-        if (AreaRefused(areaName_, true)) {
+        if (PrivacyRefuses(areaName_, AreaUse::kProfile, nullptr)) {
             // The refused profile is not there, so its values must not reach the
             // profile before it.
             profile_ = nullptr;
@@ -490,7 +446,7 @@ void FileReader::HandleValue(int index, const wchar_t* name, const wchar_t* valu
         LogFormat(L"ERROR: - Unknown value attributes: - %ls\n", name);
         return;
     }
-    if (profile_ == nullptr || profile_->lpDriver == nullptr || !Is(name, L"Property")) {
+    if (profile_ == nullptr || profile_->lpDriver == nullptr || !NameIs(name, L"Property")) {
         DropValueWithoutProperty();
         return;
     }
@@ -545,12 +501,13 @@ void FileReader::HandleUse(const wchar_t* name, const wchar_t* value) {
     auto* use = AllocateRecord<Use>();
     useComplete_ = false;
     useValid_ = true;
-    if (Is(name, L"Area")) {
+    if (NameIs(name, L"Area")) {
         use->lpDriver = FindDriver(value);
         if (use->lpDriver == nullptr && !IsUserOrOem()) {
             LogFormat(L"ERROR: - Driver not found: - %ls\n", value);
         } else if (use->lpDriver == nullptr) {
-            if (!CopyAreaName(value) || AreaRefused(areaName_, false)) {
+            if (!CopyAreaName(value) ||
+                PrivacyRefuses(areaName_, AreaUse::kApplication, application_->strFile)) {
                 useValid_ = false;
                 context_ = kUseText;
                 return;
@@ -640,14 +597,6 @@ void FileReader::DropValue() {
         value_ = nullptr;
         return;
     }
-    // Not reached by the walk's own linking; kept so the list stays whole.
-    for (Value* at = profile_->lpValues; at != nullptr; at = at->lpNext) {
-        if (at->lpNext == value_) {
-            at->lpNext = nullptr;
-            value_ = at;
-            return;
-        }
-    }
     value_ = nullptr;
 }
 
@@ -661,69 +610,16 @@ void FileReader::TextForValue() {
         recordComplete_ = true;
         return;
     }
-    bool failed = false;
-    switch (value_->lpProperty->iType) {
-        case kTypeBinary: {
-            std::uint32_t* words = nullptr;
-            const int count = TextToBinary(text_.c_str(), &words);
-            if (count < 1 || words == nullptr) {
-                LogFormat(L"ERROR, Zero length binary data.\n");
-                failed = true;
-            } else {
-                value_->lpData = words;
-                value_->iDataLength = static_cast<std::uint32_t>(count);
-            }
+    switch (ConvertValueText(value_->lpProperty->iType, text_.c_str(), *value_)) {
+        case Conversion::kStored:
             break;
-        }
-        case kTypeDword: {
-            std::uint32_t number = 0;
-            if (DwordToBinary(text_.c_str(), &number) == -1) {
-                LogFormat(L"ERROR, Dword conversion error.\n");
-                failed = true;
-            } else {
-                auto* data = static_cast<std::uint32_t*>(Allocate(sizeof(std::uint32_t)));
-                data[0] = number;
-                value_->lpData = data;
-                value_->iDataLength = 1;
-            }
-            break;
-        }
-        case kTypeQword: {
-            std::uint64_t number = 0;
-            if (QwordToBinary(text_.c_str(), &number) == -1) {
-                LogFormat(L"ERROR, Dword conversion error.\n");
-                failed = true;
-            } else {
-                auto* data = static_cast<std::uint32_t*>(Allocate(2 * sizeof(std::uint32_t)));
-                data[0] = static_cast<std::uint32_t>(number & 0xFFFFFFFFu);
-                data[1] = static_cast<std::uint32_t>(number >> 32);
-                value_->lpData = data;
-                value_->iDataLength = 2;
-            }
-            break;
-        }
-        case kTypeBoolean: {
-            int flag = -1;
-            TextToBoolean(text_.c_str(), &flag);
-            if (flag == 0 || flag == 1) {
-                auto* data = static_cast<std::uint32_t*>(Allocate(sizeof(std::uint32_t)));
-                data[0] = static_cast<std::uint32_t>(flag);
-                value_->lpData = data;
-                value_->iDataLength = 1;
-            } else {
-                LogFormat(L"ERROR, Invalid Boolean value returned.\n");
-                failed = true;
-            }
-            break;
-        }
-        default:
+        case Conversion::kText:
             pendingTextValue_ = value_;
-            value_->iDataLength = 0;
             pendingWord_ = true;
             break;
-    }
-    if (failed) {
-        DropValue();
+        case Conversion::kFailed:
+            DropValue();
+            break;
     }
     recordComplete_ = true;
 }
@@ -794,22 +690,7 @@ int FileReader::HandleEmptyText() {
         if (value_ != nullptr && valueValid_) {
             const std::int32_t type =
                 value_->lpProperty != nullptr ? value_->lpProperty->iType : kTypeUnknown;
-            const wchar_t* message = nullptr;
-            switch (type) {
-                case kTypeBinary:
-                    message = L"ERROR: Binary conversion error.\nProfile value is ignored.\n";
-                    break;
-                case kTypeDword:
-                case kTypeQword:
-                    message = L"ERROR: Dword conversion error.\nProfile value is ignored.\n";
-                    break;
-                case kTypeBoolean:
-                    message = L"ERROR: Boolean conversion error.\nProfile value is ignored.\n";
-                    break;
-                default:
-                    break;
-            }
-            if (message != nullptr) {
+            if (const wchar_t* message = EmptyValueMessage(type)) {
                 ProgressLog(message, 0);
                 DropValue();
             } else {
@@ -871,122 +752,6 @@ int ReadOneFile(const char* path) {
     }
     FileReader reader(path);
     return reader.Read();
-}
-
-void FillCustomisationStrings(const wchar_t* name, const wchar_t* value) {
-    Customisations* root = g_lpCustomisations;
-    if (root == nullptr) {
-        return;
-    }
-    if (Is(name, L"Content")) {
-        root->strContent = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"Release")) {
-        root->strRelease = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"Format")) {
-        wchar_t format[16];
-        std::swprintf(format, 16, L"%d", 1);
-        root->strFormat = StoredCopy(format);
-    } else {
-        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", OrEmpty(name));
-    }
-}
-
-void FillDriver(Driver* driver, const wchar_t* name, const wchar_t* value) {
-    if (driver == nullptr) {
-        return;
-    }
-    if (Is(name, L"Name")) {
-        if (driver->strName == nullptr) {
-            driver->strName = StoredCopy(OrEmpty(value));
-            driver->iPrivacy = kPrivacyDefined;
-        }
-    } else if (Is(name, L"Privacy")) {
-        static constexpr std::pair<const wchar_t*, std::int32_t> kPrivacies[] = {
-            {L"Undefined", kPrivacyUndefined},
-            {L"Defined", kPrivacyDefined},
-            {L"ProfilesOnly", kPrivacyProfilesOnly},
-            {L"ApplicationsOnly", kPrivacyApplicationsOnly},
-            {L"ApplicationsAndProfiles", kPrivacyApplicationsAndProfiles},
-        };
-        for (const auto& [text, code] : kPrivacies) {
-            if (Is(value, text)) {
-                driver->iPrivacy = code;
-                return;
-            }
-        }
-        LogFormat(L"ERROR: - type not defined: - %ls\n", OrEmpty(value));
-    } else {
-        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", OrEmpty(name));
-    }
-}
-
-void FillProperty(Property* property, const wchar_t* name, const wchar_t* value) {
-    if (property == nullptr) {
-        return;
-    }
-    if (Is(name, L"Type")) {
-        static constexpr std::pair<const wchar_t*, std::int32_t> kTypes[] = {
-            {L"Binary", kTypeBinary},   {L"Qword", kTypeQword},           {L"Dword", kTypeDword},
-            {L"Boolean", kTypeBoolean}, {L"Enumerated", kTypeEnumerated}, {L"String", kTypeString},
-        };
-        for (const auto& [text, code] : kTypes) {
-            if (Is(value, text)) {
-                property->iType = code;
-                return;
-            }
-        }
-        LogFormat(L"ERROR: - type not defined: - %ls\n", OrEmpty(value));
-    } else if (Is(name, L"Set")) {
-        property->strSet = StoredCopy(OrEmpty(value));
-    }
-}
-
-void FillProfile(Profile* profile, const wchar_t* name, const wchar_t* value) {
-    if (profile == nullptr) {
-        return;
-    }
-    if (Is(name, L"Area")) {
-        profile->lpDriver = FindDriver(value);
-    } else if (Is(name, L"Usage")) {
-        profile->strUsage = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"Notes")) {
-        profile->strNotes = StoredCopy(OrEmpty(value));
-    } else {
-        LogFormat(L"ERROR: - Unknown driver attributes: - %ls\n", OrEmpty(name));
-    }
-}
-
-void FillApplication(Application* application, const wchar_t* name, const wchar_t* value) {
-    if (application == nullptr) {
-        return;
-    }
-    if (Is(name, L"Title")) {
-        application->strTitle = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"File")) {
-        application->strFile = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"Path")) {
-        application->strPath = StoredCopy(OrEmpty(value));
-    } else if (Is(name, L"Version")) {
-        application->strVersion = StoredCopy(OrEmpty(value));
-    } else {
-        LogFormat(L"ERROR: - Unknown application attributes: - %ls\n", OrEmpty(name));
-    }
-}
-
-int CompareCustomisation(const wchar_t* name, const wchar_t* value) {
-    const Customisations* root = g_lpCustomisations;
-    const wchar_t* stored = nullptr;
-    if (Is(name, L"Content")) {
-        stored = root != nullptr ? root->strContent : nullptr;
-    } else if (Is(name, L"Release")) {
-        stored = root != nullptr ? root->strRelease : nullptr;
-    } else if (Is(name, L"Format")) {
-        stored = root != nullptr ? root->strFormat : nullptr;
-    } else {
-        LogFormat(L"ERROR: - Unknown customisations attributes: - %ls\n", OrEmpty(name));
-        return 0;
-    }
-    return stored != nullptr && value != nullptr && std::wcscmp(stored, value) == 0 ? 1 : 0;
 }
 
 void ResetFileReader() {

@@ -7,6 +7,8 @@
 
 #include "blob/blob_reader.h"
 
+#include <cstddef>
+
 namespace qk::unit {
 
 namespace {
@@ -84,7 +86,7 @@ class Decoder {
         const TableBounds& words = Bounds(BlobTable::kWords);
         std::uint64_t position = words.start;
         while (position < words.end()) {
-            const wchar_t* text = reader_.TextAt(static_cast<std::uint32_t>(position));
+            const wchar_t* text = reader_.TextInWords(static_cast<std::uint32_t>(position));
             if (text == nullptr) {
                 out_.errors.push_back(Describe("unreadable word at", out_.words.size(), position));
                 return;
@@ -92,9 +94,6 @@ class Decoder {
             const std::size_t length = std::wcslen(text);
             out_.words.push_back({static_cast<std::uint32_t>(position), text});
             position += TextUnits(length);
-        }
-        if (position != words.end()) {
-            out_.errors.push_back(Describe("last word overruns the table", 0, position));
         }
     }
 
@@ -112,14 +111,15 @@ class Decoder {
         if (table.units % kDriverUnits != 0) {
             out_.errors.push_back(Describe("driver table size", 0, table.units));
         }
-        for (std::uint64_t p = table.start; p + kDriverUnits <= table.end(); p += kDriverUnits) {
-            auto record = reader_.RecordAt<DriverRecord>(static_cast<std::uint32_t>(p));
-            if (record->dwReserved != 0) {
-                out_.errors.push_back(Describe("driver reserved word", p, record->dwReserved));
+        reader_.ForEach<DriverRecord>(table, [&](const Located<DriverRecord>& driver) {
+            if (driver.record.dwReserved != 0) {
+                out_.errors.push_back(
+                    Describe("driver reserved word", driver.position, driver.record.dwReserved));
             }
-            out_.drivers.push_back({static_cast<std::uint32_t>(p),
-                                    Text(record->refName, "driver name", p), record->dwPrivacy});
-        }
+            out_.drivers.push_back({driver.position,
+                                    Text(driver.record.refName, "driver name", driver.position),
+                                    driver.record.dwPrivacy});
+        });
     }
 
     DecodedProperty PropertyAt(std::uint32_t position) {
@@ -133,92 +133,88 @@ class Decoder {
         if (table.units % kPropertyUnits != 0) {
             out_.errors.push_back(Describe("property table size", 0, table.units));
         }
-        for (std::uint64_t p = table.start; p + kPropertyUnits <= table.end();
-             p += kPropertyUnits) {
-            out_.properties.push_back(PropertyAt(static_cast<std::uint32_t>(p)));
+        reader_.ForEach<PropertyRecord>(table, [&](const Located<PropertyRecord>& property) {
+            out_.properties.push_back(PropertyAt(property.position));
+        });
+    }
+
+    // A chain that leaves its table, loops or joins another is an error.
+    template <typename Visit>
+    void WalkChain(ChainWalker& chains, std::uint32_t first, const char* what, std::uint64_t owner,
+                   Visit&& visit) {
+        bool joined = false;
+        if (chains.Walk(first, visit, &joined) != ChainEnd::kComplete || joined) {
+            out_.errors.push_back(Describe(what, owner, first));
         }
     }
 
     void DecodeAreas() {
-        const TableBounds& table = Bounds(BlobTable::kArea);
-        for (std::uint64_t p = table.start; p < table.end(); ++p) {
-            auto record = reader_.RecordAt<AreaRecord>(static_cast<std::uint32_t>(p));
-            DecodedArea area{static_cast<std::uint32_t>(p),
-                             record->posDriver,
-                             DriverNameAt(record->posDriver, "area driver", p),
+        ChainWalker chains(reader_, BlobTable::kProperty, kPropertyUnits,
+                           offsetof(PropertyRecord, posNext));
+        reader_.ForEach<AreaRecord>(Bounds(BlobTable::kArea), [&](const Located<AreaRecord>& at) {
+            DecodedArea area{at.position,
+                             at.record.posDriver,
+                             DriverNameAt(at.record.posDriver, "area driver", at.position),
                              {}};
-            const ChainEnd end = reader_.WalkChain(
-                record->posFirstProperty, Bounds(BlobTable::kProperty), kPropertyUnits,
-                offsetof(PropertyRecord, posNext),
-                [&](std::uint32_t position) { area.chain.push_back(PropertyAt(position)); });
-            if (end != ChainEnd::kComplete) {
-                out_.errors.push_back(
-                    Describe("broken property chain of area", p, record->posFirstProperty));
-            }
+            WalkChain(chains, at.record.posFirstProperty, "broken property chain of area",
+                      at.position,
+                      [&](std::uint32_t position) { area.chain.push_back(PropertyAt(position)); });
             out_.areas.push_back(std::move(area));
+        });
+    }
+
+    DecodedValue Value(const ValueEntry& entry, std::uint32_t owner, std::uint32_t index) {
+        DecodedValue value;
+        const auto* name = reinterpret_cast<const std::uint8_t*>(entry.head.szPropertyName);
+        value.nameField.assign(name, name + kPropertyNameBytes);
+        value.propertyName.assign(entry.head.szPropertyName,
+                                  strnlen(entry.head.szPropertyName, kPropertyNameBytes));
+        if (value.propertyName.size() == kPropertyNameBytes) {
+            out_.errors.push_back(Describe("unterminated value name", owner, index));
         }
+        value.datum.assign(entry.datum.begin(), entry.datum.end());
+        // The padding after the datum up to the record's end.
+        const std::uint64_t datumEnd = entry.byte + sizeof(ValueRecordHead) + entry.datum.size();
+        for (std::uint64_t byte = datumEnd; byte < entry.byte + entry.bytes; ++byte) {
+            value.padding.push_back(*reader_.RecordAtByte<std::uint8_t>(byte));
+        }
+        value.units = static_cast<std::uint32_t>(entry.bytes / kUnitBytes);
+        return value;
     }
 
     void DecodeProfiles() {
-        const TableBounds& table = Bounds(BlobTable::kProfile);
-        std::uint64_t p = table.start;
-        while (p < table.end()) {
-            if (p + kProfileUnits > table.end()) {
-                out_.errors.push_back(Describe("profile overruns the table", 0, p));
-                return;
-            }
-            auto record = reader_.RecordAt<ProfileRecord>(static_cast<std::uint32_t>(p));
-            DecodedProfile profile{static_cast<std::uint32_t>(p),
-                                   record->posDriver,
-                                   DriverNameAt(record->posDriver, "profile driver", p),
-                                   Text(record->refName, "profile name", p),
-                                   Text(record->refNotes, "profile notes", p),
-                                   record->dwFirstPair,
-                                   record->dwAggregatedSize,
-                                   {}};
-            if (record->dwAggregatedSize % kUnitBytes != 0 ||
-                p + kProfileUnits + record->dwAggregatedSize / kUnitBytes > table.end()) {
-                out_.errors.push_back(Describe("profile size", p, record->dwAggregatedSize));
-                return;
-            }
-            if (record->dwValueCount > kMaxProfileValues) {
-                out_.errors.push_back(Describe("profile value count", p, record->dwValueCount));
-                return;
-            }
-            const std::uint64_t valuesEnd =
-                p + kProfileUnits + record->dwAggregatedSize / kUnitBytes;
-            std::uint64_t v = p + kProfileUnits;
-            for (std::uint32_t i = 0; i < record->dwValueCount; ++i) {
-                auto head = reader_.RecordAt<ValueRecordHead>(static_cast<std::uint32_t>(v));
-                if (!head) {
-                    out_.errors.push_back(Describe("value outside the image", p, i));
-                    return;
+        const ProfilesEnd end =
+            reader_.ForEachProfile(Bounds(BlobTable::kProfile), [&](const ProfileEntry& entry) {
+                const ProfileRecord& record = entry.record;
+                const std::uint32_t p = entry.position;
+                DecodedProfile profile{p,
+                                       record.posDriver,
+                                       DriverNameAt(record.posDriver, "profile driver", p),
+                                       Text(record.refName, "profile name", p),
+                                       Text(record.refNotes, "profile notes", p),
+                                       record.dwFirstPair,
+                                       record.dwAggregatedSize,
+                                       {}};
+                if (entry.tooManyValues) {
+                    out_.errors.push_back(Describe("profile value count", p, record.dwValueCount));
                 }
-                const std::uint64_t units = ValueRecordUnits(head->dwDatumSize);
-                if (v + units > valuesEnd) {
-                    out_.errors.push_back(Describe("value overruns its profile", p, i));
-                    return;
+                if (entry.valueOutside) {
+                    out_.errors.push_back(
+                        Describe("value outside the table", p, entry.valueOutside->first));
                 }
-                const std::uint8_t* bytes = reader_.data() + PositionToByte(v);
-                DecodedValue value;
-                value.nameField.assign(bytes, bytes + kPropertyNameBytes);
-                value.propertyName.assign(head->szPropertyName,
-                                          strnlen(head->szPropertyName, kPropertyNameBytes));
-                if (value.propertyName.size() == kPropertyNameBytes) {
-                    out_.errors.push_back(Describe("unterminated value name", p, i));
+                for (const ValueEntry& value : entry.values) {
+                    profile.values.push_back(
+                        Value(value, p, static_cast<std::uint32_t>(profile.values.size())));
                 }
-                const std::uint8_t* datum = bytes + sizeof(ValueRecordHead);
-                value.datum.assign(datum, datum + head->dwDatumSize);
-                value.padding.assign(datum + head->dwDatumSize, bytes + units * kUnitBytes);
-                value.units = static_cast<std::uint32_t>(units);
-                profile.values.push_back(std::move(value));
-                v += units;
-            }
-            if (v != valuesEnd) {
-                out_.errors.push_back(Describe("aggregated size disagrees with values", p, v));
-            }
-            out_.profiles.push_back(std::move(profile));
-            p = valuesEnd;
+                if (record.dwAggregatedSize % kUnitBytes != 0 ||
+                    entry.ValueBytes() != record.dwAggregatedSize) {
+                    out_.errors.push_back(
+                        Describe("aggregated size disagrees with values", p, entry.ValueBytes()));
+                }
+                out_.profiles.push_back(std::move(profile));
+            });
+        if (end.kind != ProfilesEnd::kComplete) {
+            out_.errors.push_back(Describe("profile overruns the table", 0, end.position));
         }
     }
 
@@ -239,10 +235,9 @@ class Decoder {
     }
 
     void DecodeUses() {
-        const TableBounds& table = Bounds(BlobTable::kUse);
-        for (std::uint64_t p = table.start; p < table.end(); ++p) {
-            out_.uses.push_back(UseAt(static_cast<std::uint32_t>(p)));
-        }
+        reader_.ForEach<UseRecord>(Bounds(BlobTable::kUse), [&](const Located<UseRecord>& use) {
+            out_.uses.push_back(UseAt(use.position));
+        });
     }
 
     void DecodeApplications() {
@@ -250,26 +245,23 @@ class Decoder {
         if (table.units % kApplicationUnits != 0) {
             out_.errors.push_back(Describe("application table size", 0, table.units));
         }
-        for (std::uint64_t p = table.start; p + kApplicationUnits <= table.end();
-             p += kApplicationUnits) {
-            auto record = reader_.RecordAt<ApplicationRecord>(static_cast<std::uint32_t>(p));
-            DecodedApplication application{
-                static_cast<std::uint32_t>(p),          Text(record->refTitle, "title", p),
-                Text(record->refFile, "file", p),       Text(record->refPath, "path", p),
-                Text(record->refVersion, "version", p), {}};
-            if (record->dwReserved != 0) {
-                out_.errors.push_back(Describe("application reserved word", p, record->dwReserved));
+        ChainWalker chains(reader_, BlobTable::kUse, kUseUnits, offsetof(UseRecord, posNext));
+        reader_.ForEach<ApplicationRecord>(table, [&](const Located<ApplicationRecord>& at) {
+            const ApplicationRecord& record = at.record;
+            const std::uint32_t p = at.position;
+            DecodedApplication application{p,
+                                           Text(record.refTitle, "title", p),
+                                           Text(record.refFile, "file", p),
+                                           Text(record.refPath, "path", p),
+                                           Text(record.refVersion, "version", p),
+                                           {}};
+            if (record.dwReserved != 0) {
+                out_.errors.push_back(Describe("application reserved word", p, record.dwReserved));
             }
-            const ChainEnd end = reader_.WalkChain(
-                record->posFirstUse, Bounds(BlobTable::kUse), kUseUnits,
-                offsetof(UseRecord, posNext),
-                [&](std::uint32_t position) { application.chain.push_back(UseAt(position)); });
-            if (end != ChainEnd::kComplete) {
-                out_.errors.push_back(
-                    Describe("broken use chain of application", p, record->posFirstUse));
-            }
+            WalkChain(chains, record.posFirstUse, "broken use chain of application", p,
+                      [&](std::uint32_t use) { application.chain.push_back(UseAt(use)); });
             out_.applications.push_back(std::move(application));
-        }
+        });
     }
 
     BlobReader reader_;

@@ -1,0 +1,17 @@
+#pragma once
+
+// What a user or OEM file may do with an area of the installed system set: the
+// area's privacy, asked through the display-control library, decides.
+
+namespace qk {
+
+enum class AreaUse { kProfile, kApplication };
+
+// True, after an ERROR line, when the file may not use the area so: the area is
+// missing from the installed set, the library could not be asked, or its
+// privacy forbids it (ProfilesOnly and ApplicationsAndProfiles forbid profiles,
+// ApplicationsOnly and ApplicationsAndProfiles forbid applications' uses).
+// application names the application in the message of a missing area.
+bool PrivacyRefuses(const wchar_t* area, AreaUse use, const wchar_t* application);
+
+}  // namespace qk

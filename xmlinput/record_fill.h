@@ -1,0 +1,26 @@
+#pragma once
+
+// Filling the tree's records from XML attributes: every stored text is a
+// private copy that also goes into the word list.
+
+#include "model/customisation.h"
+
+namespace qk {
+
+// Whether name is the text wanted (false for null).
+bool NameIs(const wchar_t* name, const wchar_t* wanted);
+// A tracked copy of text, also offered to the word list.
+wchar_t* StoredCopy(const wchar_t* text);
+
+// Fill operations: store a private copy of the value (also entered in the word
+// list) in the field that the attribute name selects.
+void FillCustomisationStrings(const wchar_t* name, const wchar_t* value);
+void FillDriver(Driver* driver, const wchar_t* name, const wchar_t* value);
+void FillProperty(Property* property, const wchar_t* name, const wchar_t* value);
+void FillProfile(Profile* profile, const wchar_t* name, const wchar_t* value);
+void FillApplication(Application* application, const wchar_t* name, const wchar_t* value);
+
+// 1 when the stored header attribute exists and equals value exactly, else 0.
+int CompareCustomisation(const wchar_t* name, const wchar_t* value);
+
+}  // namespace qk
