@@ -196,7 +196,7 @@ void Run::ReadDirectories() {
 int Run::Execute() {
     ProgressLog(L"_UNICODE NOT defined.\n", 0);
     ProgressLog(L"LAUNCHING Linux ...\n", 0);
-    g_appProfileMode = kSystemFile;
+    SetFileKind(kSystemFile);
     CreateCustomisations();
     if (argc_ <= 1) {
         return 0;
@@ -232,7 +232,7 @@ int Run::Execute() {
     }
     if (Find(L"-oem") >= 0) {
         database_ = kOemFile;
-        g_appProfileMode = kOemFile;
+        SetFileKind(kOemFile);
         work_ = 1;
     }
     if (Find(L"-user") >= 0) {
@@ -244,7 +244,7 @@ int Run::Execute() {
         work_ = 1;
     }
     if (Find(L"-u") >= 0) {
-        g_appProfileMode = kUserFile;
+        SetFileKind(kUserFile);
     }
     if (Find(L"-o") >= 0) {
         dump_ = 1;

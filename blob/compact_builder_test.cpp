@@ -266,7 +266,7 @@ TEST_F(CompactBuilderTest, ApplicationWithoutUsesHasNoRecord) {
 
 TEST_F(CompactBuilderTest, AreaWithoutPropertiesDependsOnFileKind) {
     AddArea(L"Bare");
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     DecodedBlob blob = Build();
     ASSERT_TRUE(blob.ok()) << blob.errors.front();
     ASSERT_EQ(blob.areas.size(), 1u);
@@ -275,7 +275,7 @@ TEST_F(CompactBuilderTest, AreaWithoutPropertiesDependsOnFileKind) {
                   ->posFirstProperty,
               kNoRecord);
 
-    g_appProfileMode = kSystemFile;
+    SetFileKind(kSystemFile);
     EXPECT_NE(BuildFails().find("ERROR, Should never have undefined Property on non-USER file"),
               std::string::npos);
 }

@@ -36,7 +36,8 @@ int AddToWordsArray(const wchar_t* text, std::size_t length);
 
 // Sorts the list's texts in place (ascending code units) and logs them.
 void SortStringTable();
-// The sort's order: that of wcscmp.
+// The sort's order: that of wcscmp. Not called by the tool itself (the sort
+// compares keys); kept for its documented role.
 int int_cmp(const wchar_t* left, const wchar_t* right);
 void PrintAll(const wchar_t* const* texts, int count);
 

@@ -6,6 +6,8 @@ namespace qk {
 
 // The memory callback handed to the library: a plain heap block (not tracked).
 void* ZEL_Main_Memory_Alloc(unsigned int size);
+// Its counterpart for one block; the tool releases the answers all together,
+// so this is kept for its documented role in the library's memory callbacks.
 void ZEL_Main_Memory_Free(void** block);
 // Frees every block the library took through the callback (its answers are then gone).
 void ReleaseLibraryAnswers();

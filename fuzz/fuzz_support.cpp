@@ -93,7 +93,7 @@ void ResetRun() {
     ResetCompactBuilder();
     ResetVersionString();
     ReleaseLibraryAnswers();
-    g_appProfileMode = kSystemFile;
+    SetFileKind(kSystemFile);
     SetCreateLog(1);
     ProgressLog(L"", 1);
     CreateCustomisations();
@@ -116,7 +116,7 @@ void CheckFatalExit(int status) {
 
 void CompileXml(const std::uint8_t* data, std::size_t size, int fileKind) {
     ResetRun();
-    g_appProfileMode = fileKind;
+    SetFileKind(fileKind);
     const char* path = WriteInput(data, size, "input.xml");
     try {
         if (ReadOneFile(path) != 0)

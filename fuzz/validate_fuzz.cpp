@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0)
         return 0;
     qk::fuzz::ResetRun();
-    qk::g_appProfileMode = data[0] % 3;
+    qk::SetFileKind(static_cast<qk::FileKind>(data[0] % 3));
     const int countProperties = (data[0] >> 2) & 1;
     const char* path = qk::fuzz::WriteInput(data + 1, size - 1, "input.xml");
     try {

@@ -4,4 +4,8 @@ namespace qk {
 
 int g_appProfileMode = kSystemFile;
 
+void SetFileKind(FileKind kind) {
+    g_appProfileMode = kind;
+}
+
 }  // namespace qk

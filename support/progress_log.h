@@ -33,13 +33,6 @@ inline void LogFormat(const wchar_t* format, Arguments... arguments) {
         LogFormatted(kLogFormatBound, format, arguments...);
     }
 }
-// The same with the buffer's full size as the bound.
-template <typename... Arguments>
-inline void LogFormatLong(const wchar_t* format, Arguments... arguments) {
-    if (g_bCreateLog != 0) {
-        LogFormatted(kLogBufferUnits, format, arguments...);
-    }
-}
 
 void SetCreateLog(int on);
 // Stores the -l name; returns false when it does not fit.

@@ -24,7 +24,7 @@ class ConsistencyTest : public unit::LoggedTest {
         unit::LoggedTest::SetUp();
         ResetFileReader();
         ResetConsistency();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         root_ = CreateCustomisations();
     }
     void TearDown() override {
@@ -175,10 +175,10 @@ TEST_F(ConsistencyTest, UserRunPrunesUnreferencedAreasAfterEachFileSystemRunKeep
     ASSERT_EQ(ReadOneFile("system.xml"), 0);
     EXPECT_NE(root_->lpAreas, nullptr);
     // The same tree finished by a user-file read loses the area.
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     ASSERT_EQ(ReadOneFile("system.xml"), 0);
     EXPECT_EQ(root_->lpAreas, nullptr);
-    g_appProfileMode = kSystemFile;
+    SetFileKind(kSystemFile);
 }
 
 }  // namespace

@@ -66,11 +66,11 @@ class FileReaderTest : public unit::LoggedTest {
         unit::LoggedTest::SetUp();
         ResetFileReader();
         ResetConsistency();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         root_ = CreateCustomisations();
     }
     void TearDown() override {
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         ResetFileReader();
         unit::LoggedTest::TearDown();
     }
@@ -396,7 +396,7 @@ TEST_F(FileReaderTest, FirstFileWithoutPropertiesLetsTheNextContinueItsProfile) 
 }
 
 TEST_F(FileReaderTest, UserFileWithoutTheLibraryRefusesAreasOfTheSystemSet) {
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     const std::string body = kAreas +
                              ProfileBody("<value Property=\"Depth\">1</value>\n", "Crisp") +
                              "<applications><application Title=\"Kite\" File=\"kite.bin\">\n"
@@ -412,7 +412,7 @@ TEST_F(FileReaderTest, UserFileWithoutTheLibraryRefusesAreasOfTheSystemSet) {
 }
 
 TEST_F(FileReaderTest, OemFileReportsItsPropertiesGroup) {
-    g_appProfileMode = kOemFile;
+    SetFileKind(kOemFile);
     ASSERT_EQ(Read(Document(kAreas)), 0);
     EXPECT_TRUE(
         Logged("ERROR, in OEM xml file, 'properties' element is found and this is not "

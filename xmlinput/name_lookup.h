@@ -16,9 +16,11 @@ namespace qk {
 
 // Character-class tests of narrow (UTF-8) texts: 0 passes, -1 fails. An empty or
 // null text fails every test.
+int isInteger(const char* text);  // digits only, no sign
+// Not called by the tool itself (their verdicts on header texts were never
+// used); kept for their documented role among the name checks.
 int isLetters(const char* text);
 int isNumbers(const char* text);          // digits and points, anywhere
-int isInteger(const char* text);          // digits only, no sign
 int isValidNameString(const char* text);  // only the first byte: not a space
 
 // Driver of the first area whose driver has this name; null with a warning.

@@ -49,11 +49,11 @@ class NameLookupTest : public unit::LoggedTest {
     void SetUp() override {
         unit::LoggedTest::SetUp();
         ResetFileReader();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         root_ = CreateCustomisations();
     }
     void TearDown() override {
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         ResetNameLookup();
         unit::LoggedTest::TearDown();
     }
@@ -92,7 +92,7 @@ TEST_F(NameLookupTest, UnknownPairEndsASystemRunOnlyWithStatusZero) {
         EXPECT_EQ(exit.status, 0);
     }
     EXPECT_TRUE(Logged("ERROR: - Unknown Driver/PropertyID pair: - Lumen/Span."));
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     EXPECT_EQ(FindProperty(L"Lumen", L"Span"), nullptr);
     EXPECT_EQ(FindProperty(L"Fern", L"Depth"), nullptr);
 }
@@ -102,7 +102,7 @@ TEST_F(NameLookupTest, PrunedAreasAreNoLongerFoundButLaterNamesakesAre) {
     Area* second = AddArea(root_, L"Lumen", {L"Depth"});
     ASSERT_EQ(FindArea(L"Lumen"), first);
     ASSERT_EQ(FindProperty(L"Lumen", L"Depth"), first->lpProperties);
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     // A profile that uses the second area only: the first is pruned.
     AllocateRecord<Profile>();
     Profile* profile = AddProfile(root_, L"P");
@@ -119,7 +119,7 @@ TEST_F(NameLookupTest, RenamedRecordsAreFoundUnderTheirNewNames) {
     const wchar_t* old = area->lpProperties->strName;
     area->lpProperties->strName = TrackedCopy(L"Dep th");
     NotePropertyNamed(area, area->lpProperties, old);
-    g_appProfileMode = kUserFile;
+    SetFileKind(kUserFile);
     EXPECT_EQ(FindProperty(L"Lumen", L"Dep"), nullptr);
     EXPECT_EQ(FindProperty(L"Lumen", L"Dep th"), area->lpProperties);
 

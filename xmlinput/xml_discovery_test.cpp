@@ -50,11 +50,11 @@ class XmlDiscoveryTest : public unit::LoggedTest {
         ResetVersionString();
         ResetFileReader();
         ResetConsistency();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         root_ = CreateCustomisations();
     }
     void TearDown() override {
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         ResetFileReader();
         ResetStringTable();
         unit::LoggedTest::TearDown();
@@ -198,7 +198,7 @@ TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        g_appProfileMode = c.kind;
+        SetFileKind(static_cast<FileKind>(c.kind));
         WriteFile("check.xml", c.xml);
         ProgressLog(L"", 1);
         EXPECT_EQ(ValidateXmlProfile("check.xml", c.countProperties), c.result);

@@ -25,12 +25,12 @@ class BlobTest : public LoggedTest {
     void SetUp() override {
         LoggedTest::SetUp();
         ResetBlobModules();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         CreateCustomisations();
     }
     void TearDown() override {
         ResetBlobModules();
-        g_appProfileMode = kSystemFile;
+        SetFileKind(kSystemFile);
         LoggedTest::TearDown();
     }
     static void ResetBlobModules() {
