@@ -1,5 +1,7 @@
 #include "app/command_line.h"
 
+#include <cstring>
+
 #include "text/bounded_string.h"
 #include "text/wide_string.h"
 
@@ -14,6 +16,38 @@ int GetCommandlineArgv(const wchar_t* option, int argc, char** argv, int first) 
         }
     }
     return -1;
+}
+
+int FindLongOption(const char* option, int argc, char** argv) {
+    for (int index = 1; index < argc; ++index) {
+        if (std::strcmp(option, argv[index]) == 0) {
+            return index;
+        }
+    }
+    return -1;
+}
+
+std::vector<char*> SingleDashArguments(int argc, char** argv) {
+    struct LongOption {
+        const char* name;
+        int values;
+    };
+    static constexpr LongOption kLongOptions[] = {{"--diff", 2}, {"--from", 1}, {"--against", 1}};
+    std::vector<char*> kept;
+    for (int index = 0; index < argc; ++index) {
+        int skip = -1;
+        for (const LongOption& option : kLongOptions) {
+            if (index > 0 && std::strcmp(option.name, argv[index]) == 0) {
+                skip = option.values;
+            }
+        }
+        if (skip < 0) {
+            kept.push_back(argv[index]);
+        } else {
+            index += skip;
+        }
+    }
+    return kept;
 }
 
 }  // namespace qk

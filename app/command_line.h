@@ -1,8 +1,18 @@
 #pragma once
 
+#include <vector>
+
 namespace qk {
 
 // Index of the first argument at or after first that equals option, or -1.
 int GetCommandlineArgv(const wchar_t* option, int argc, char** argv, int first);
+
+// Index of the first argument that equals a long option ("--name"), or -1.
+int FindLongOption(const char* option, int argc, char** argv);
+
+// The arguments without the tool's own long options and their values: the
+// single-dash options are looked up among these, so a long option changes
+// neither what they find nor the allocations that the log counts.
+std::vector<char*> SingleDashArguments(int argc, char** argv);
 
 }  // namespace qk

@@ -4,13 +4,18 @@
 #include <cstring>
 #include <cwchar>
 #include <new>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "app/command_line.h"
 #include "app/help_text.h"
 #include "blob/blob_file.h"
 #include "blob/compact_builder.h"
 #include "blob/version_string.h"
+#include "bridge/blob_database.h"
 #include "bridge/display_control.h"
+#include "inspect/blob_diff.h"
 #include "inspect/blob_dump.h"
 #include "inspect/reverse_xml.h"
 #include "model/customisation.h"
@@ -20,6 +25,7 @@
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
 #include "text/bounded_string.h"
+#include "text/utf8_decode.h"
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
 #include "xmlinput/file_reader.h"
@@ -41,17 +47,24 @@ void CopyLogToLogFile() {
 
 class Run {
   public:
-    Run(int argc, char** argv) : argc_(argc), argv_(argv) {}
+    Run(int argc, char** argv)
+        : argc_(argc), argv_(argv), singleDash_(SingleDashArguments(argc, argv)) {}
 
     int Execute();
 
   private:
     int Find(const wchar_t* option, int first = 0) const {
-        return GetCommandlineArgv(option, argc_, argv_, first);
+        return GetCommandlineArgv(option, static_cast<int>(singleDash_.size()),
+                                  const_cast<char**>(singleDash_.data()), first);
+    }
+    int FindLong(const char* option) const { return FindLongOption(option, argc_, argv_); }
+    // The nth argument after a long option, or null.
+    const char* LongValue(int index, int nth) const {
+        return index + nth < argc_ ? argv_[index + nth] : nullptr;
     }
     // The argument after an option, or null when the option is the last one.
     const char* ValueAfter(int index) const {
-        return index + 1 < argc_ ? argv_[index + 1] : nullptr;
+        return index + 1 < static_cast<int>(singleDash_.size()) ? singleDash_[index + 1] : nullptr;
     }
 
     [[noreturn]] static void RefuseValue(const char* option) {
@@ -68,12 +81,17 @@ class Run {
     void ExamineLogOption();
     void ExamineBlobOption();
     void ExamineReleaseOption();
+    int CompareBlobs(int index);
+    void ExamineInstalledSetOptions();
+    [[noreturn]] static void RefuseLongOption(const char* option, const char* why);
+    void AnswerFrom(const char* option, int index);
     void ReadSingleFiles();
     void ReadDirectories();
     void LogAllocationCount() const { LogFormat(L"g_iMalloced = %d\n", g_iMalloced); }
 
     int argc_;
     char** argv_;
+    std::vector<char*> singleDash_;
     char inputName_[kNameBytes] = {};
     char blobName_[kNameBytes] = {};
     int work_ = 0;
@@ -83,6 +101,14 @@ class Run {
     int database_ = kSystemFile;
     int inputLoaded_ = 0;
     int fileStatus_ = 0;
+    // The blob file that --from or --against names, answering instead of the
+    // display-control library.
+    std::optional<BlobDatabase> answers_;
+};
+
+// The display-control library answers again once the run is over.
+struct AnswersReset {
+    ~AnswersReset() { AnswerFromBlob(nullptr); }
 };
 
 void Run::ExamineLogOption() {
@@ -132,6 +158,56 @@ void Run::ExamineReleaseOption() {
         RefuseValue("-c");
     }
     LogFormat(L"Release string specified: - %ls\n", g_strRelease);
+}
+
+void Run::RefuseLongOption(const char* option, const char* why) {
+    ReportError(WidenForLog(("ERROR, " + std::string(option) + " " + why + "\n").c_str()).c_str());
+    ExitFree();
+}
+
+// --diff A B: the two blobs compared; the run ends with diff's statuses.
+int Run::CompareBlobs(int index) {
+    const char* first = LongValue(index, 1);
+    const char* second = first != nullptr ? LongValue(index, 2) : nullptr;
+    int status = 2;
+    if (second == nullptr) {
+        ReportError(L"ERROR, --diff needs two blob file names.\n");
+    } else {
+        status = DiffBlobFiles(first, second);
+    }
+    CopyLogToLogFile();
+    return status;
+}
+
+void Run::AnswerFrom(const char* option, int index) {
+    const char* path = LongValue(index, 1);
+    if (path == nullptr) {
+        RefuseLongOption(option, "needs a blob file name.");
+    }
+    std::string problem;
+    answers_ = LoadBlobDatabase(path, &problem);
+    if (!answers_) {
+        const std::string why = "blob file \"" + std::string(path) + "\" " + problem + ".";
+        RefuseLongOption((std::string(option) + ":").c_str(), why.c_str());
+    }
+    AnswerFromBlob(&*answers_);
+}
+
+// --from (with -r) and --against (with -u or -oem): the installed database is
+// read from a blob file instead of the display-control library.
+void Run::ExamineInstalledSetOptions() {
+    if (const int from = FindLong("--from"); from >= 0) {
+        if (reverse_ == 0) {
+            RefuseLongOption("--from", "goes with -r.");
+        }
+        AnswerFrom("--from", from);
+    }
+    if (const int against = FindLong("--against"); against >= 0) {
+        if (reverse_ != 0 || !IsUserOrOem()) {
+            RefuseLongOption("--against", "goes with -u or -oem, without -r.");
+        }
+        AnswerFrom("--against", against);
+    }
 }
 
 void Run::ReadSingleFiles() {
@@ -252,11 +328,15 @@ int Run::Execute() {
     }
     ExamineLogOption();
     ExamineBlobOption();
+    if (const int diff = FindLong("--diff"); diff >= 0) {
+        return CompareBlobs(diff);
+    }
     if (Find(L"-v") >= 0) {
         printVersionString();
         return 0;
     }
     ExamineReleaseOption();
+    ExamineInstalledSetOptions();
 
     ReadSingleFiles();
     ReadDirectories();
@@ -295,6 +375,7 @@ int Run::Execute() {
 }  // namespace
 
 int RunQuillard(int argc, char** argv) {
+    const AnswersReset answersReset;
     // Past a file-size limit a write fails (and is reported) instead of ending
     // the process half way through.
     std::signal(SIGXFSZ, SIG_IGN);

@@ -1,5 +1,7 @@
 #include "bridge/display_control.h"
 
+#include "bridge/blob_database.h"
+
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -17,6 +19,8 @@ namespace {
 
 // The library the bridge loads; tests point it at a variant build by path.
 const char* g_lpLibraryName = kDisplayControlLibrary;
+// Set, the database that answers instead of the library.
+const BlobDatabase* g_answeringBlob = nullptr;
 
 // Every block handed to the library, so its answers can be released together.
 std::unordered_set<void*>& Blocks() {
@@ -40,6 +44,10 @@ void ZEL_Main_Memory_Free(void** block) {
         std::free(*block);
         *block = nullptr;
     }
+}
+
+void AnswerFromBlob(const BlobDatabase* database) {
+    g_answeringBlob = database;
 }
 
 void SetDisplayControlLibrary(const char* name) {
@@ -135,6 +143,9 @@ void Call_ZEL_ApplicationProfiles_System_Reload() {
 }
 
 int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* root) {
+    if (g_answeringBlob != nullptr) {
+        return g_answeringBlob->FillCustomisation(root, ZEL_Main_Memory_Alloc);
+    }
     return CallLibrary<ZelGetCustomizationFn>(
         kGetCustomization, [](ZelGetCustomizationFn) {},
         [&](ZelGetCustomizationFn fn) { return fn(database, root); });
@@ -142,12 +153,18 @@ int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* 
 
 int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t* area, const wchar_t* profile,
                                                unsigned char* exists) {
+    if (g_answeringBlob != nullptr) {
+        return g_answeringBlob->ProfileExist(area, profile, exists);
+    }
     return CallLibrary<ZelProfileExistFn>(
         kProfileExist, [](ZelProfileExistFn fn) { ZEL_ApplicationProfiles_Profile_Exist = fn; },
         [&](ZelProfileExistFn fn) { return fn(area, profile, exists); });
 }
 
 int Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(const wchar_t* area, int* privacy) {
+    if (g_answeringBlob != nullptr) {
+        return g_answeringBlob->AreaPrivacy(area, privacy);
+    }
     return CallLibrary<ZelDriverAreaPrivacyGetFn>(
         kPrivacyGet,
         [](ZelDriverAreaPrivacyGetFn fn) { ZEL_ApplicationProfiles_DriverAreaPrivacy_Get = fn; },
@@ -156,6 +173,9 @@ int Call_ZEL_ApplicationProfiles_DriverAreaPrivacy_Get(const wchar_t* area, int*
 
 int Call_ZEL_ApplicationProfiles_PropertyType_Get(const wchar_t* area, const wchar_t* property,
                                                   int* type) {
+    if (g_answeringBlob != nullptr) {
+        return g_answeringBlob->PropertyType(area, property, type);
+    }
     return CallLibrary<ZelPropertyTypeGetFn>(
         kPropertyTypeGet,
         [](ZelPropertyTypeGetFn fn) { ZEL_ApplicationProfiles_PropertyType_Get = fn; },

@@ -4,6 +4,8 @@
 
 namespace qk {
 
+struct BlobDatabase;
+
 // The memory callback handed to the library: a plain heap block (not tracked).
 void* ZEL_Main_Memory_Alloc(unsigned int size);
 // Its counterpart for one block; the tool releases the answers all together,
@@ -21,6 +23,11 @@ extern ZelSystemReloadFn ZEL_ApplicationProfiles_System_Reload;
 extern ZelProfileExistFn ZEL_ApplicationProfiles_Profile_Exist;
 extern ZelDriverAreaPrivacyGetFn ZEL_ApplicationProfiles_DriverAreaPrivacy_Get;
 extern ZelPropertyTypeGetFn ZEL_ApplicationProfiles_PropertyType_Get;
+
+// Answers the queries and the fetch of the calls below from a database read from
+// a blob file instead of the library (--from, --against): no library is loaded
+// and nothing is printed. Null turns the library back on.
+void AnswerFromBlob(const BlobDatabase* database);
 
 // Each call loads the library, creates a control context, makes one call and
 // destroys the context. -1 when the bridge itself failed (a missing library

@@ -116,7 +116,7 @@ void CheckFatalExit(int status) {
 
 void CompileXml(const std::uint8_t* data, std::size_t size, int fileKind) {
     ResetRun();
-    SetFileKind(fileKind);
+    SetFileKind(static_cast<FileKind>(fileKind));
     const char* path = WriteInput(data, size, "input.xml");
     try {
         if (ReadOneFile(path) != 0)

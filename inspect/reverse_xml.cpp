@@ -7,6 +7,7 @@
 
 #include "bridge/display_control.h"
 #include "model/customisation.h"
+#include "model/type_names.h"
 #include "support/output_file.h"
 #include "support/progress_log.h"
 #include "text/value_text.h"
@@ -17,18 +18,16 @@ namespace qk {
 
 namespace {
 
-constexpr const wchar_t* kTypeNames[] = {L"Unknown", L"Binary",     L"Qword", L"Dword",
-                                         L"Boolean", L"Enumerated", L"String"};
-constexpr const wchar_t* kPrivacyNames[] = {
-    L"Undefined", L"Defined",          L"", L"ProfilesOnly",
-    L"",          L"ApplicationsOnly", L"", L"ApplicationsAndProfiles"};
-
-const wchar_t* TypeName(std::int32_t type) {
-    return type >= 0 && type <= 6 ? kTypeNames[type] : kTypeNames[0];
+// The XML's name of a type: "Unknown" where the code has no name.
+const wchar_t* TypeAttribute(std::int32_t type) {
+    const wchar_t* name = TypeName(type);
+    return name != nullptr ? name : L"Unknown";
 }
 
-const wchar_t* PrivacyName(std::int32_t privacy) {
-    return privacy >= 0 && privacy <= 7 ? kPrivacyNames[privacy] : L"";
+// The XML's name of a privacy setting: empty where the code has no name.
+const wchar_t* PrivacyAttribute(std::int32_t privacy) {
+    const wchar_t* name = PrivacyName(privacy);
+    return name != nullptr ? name : L"";
 }
 
 bool HasText(const wchar_t* text) {
@@ -100,7 +99,8 @@ class Utf16Writer {
     std::string bytes_;
 };
 
-// The text of a fetched value; data lengths count bytes.
+}  // namespace
+
 std::wstring ValueText(const Value& value) {
     const auto* data = static_cast<const std::uint8_t*>(value.lpData);
     const std::uint32_t length = data ? value.iDataLength : 0;
@@ -143,6 +143,8 @@ std::wstring ValueText(const Value& value) {
     }
 }
 
+namespace {
+
 void WriteDocument(const Customisations& root, bool placeholders, Utf16Writer& out) {
     out << L"<?xml version=\"1.0\" encoding=\"utf-16\"?>\n";
     out << L"<customisations";
@@ -157,12 +159,13 @@ void WriteDocument(const Customisations& root, bool placeholders, Utf16Writer& o
         opened = true;
         out << L"\t\t<area";
         out.Attribute(L"Name", DriverName(area->lpDriver))
-                .Attribute(L"Privacy", area->lpDriver ? PrivacyName(area->lpDriver->iPrivacy) : L"")
+                .Attribute(L"Privacy",
+                           area->lpDriver ? PrivacyAttribute(area->lpDriver->iPrivacy) : L"")
             << L">\n";
         for (const Property* property = area->lpProperties; property != nullptr;
              property = property->lpNext) {
             out << L"\t\t\t<property";
-            out.Attribute(L"Type", TypeName(property->iType));
+            out.Attribute(L"Type", TypeAttribute(property->iType));
             if (HasText(property->strSet))
                 out.Attribute(L"Set", property->strSet);
             out << L">";

@@ -5,6 +5,7 @@
 namespace qk {
 
 struct Customisations;
+struct Value;
 
 constexpr int kSystemDatabase = 0;
 constexpr int kOemDatabase = 2;
@@ -15,6 +16,9 @@ constexpr int kOemDatabase = 2;
 // line in the log); the library's result when the fetch fails (then no file is
 // touched).
 int ReverseToXml(int database, int placeholders, const char* path);
+
+// The text of a fetched value as the XML shows it (data lengths count bytes).
+std::wstring ValueText(const Value& value);
 
 // The XML document for a fetched tree, as the bytes ReverseToXml writes.
 std::string ReverseXmlBytes(const Customisations& root, int placeholders);

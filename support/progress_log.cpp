@@ -107,6 +107,13 @@ void LogFormatted(std::size_t bound, const wchar_t* format, ...) {
     va_end(arguments);
 }
 
+void ReportError(const wchar_t* line) {
+    const std::string bytes = EncodeUtf8(line);
+    std::fwrite(bytes.data(), 1, bytes.size(), stderr);
+    std::fflush(stderr);
+    ProgressLog(line, 0);
+}
+
 void SetCreateLog(int on) {
     g_bCreateLog = on;
 }

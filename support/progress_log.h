@@ -34,6 +34,10 @@ inline void LogFormat(const wchar_t* format, Arguments... arguments) {
     }
 }
 
+// Writes a line (with its own line end) to standard error and to the log: for
+// errors the user must see even without -l.
+void ReportError(const wchar_t* line);
+
 void SetCreateLog(int on);
 // Stores the -l name; returns false when it does not fit.
 bool SetLogFile(const wchar_t* name);

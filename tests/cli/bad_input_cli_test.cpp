@@ -11,15 +11,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "blob/blob_format.h"
 #include "tests/cli/cli_harness.h"
 #include "tests/support/blob_decoder.h"
 #include "tests/support/utf16_bytes.h"
@@ -92,6 +96,15 @@ std::string RandomBytes(std::size_t size) {
     for (char& c : out)
         c = static_cast<char>(generator() & 0xFF);
     return out;
+}
+
+// A blob whose first property links to itself.
+std::string WithLoopingPropertyChain(std::string blob) {
+    std::uint32_t start = 0;
+    std::memcpy(&start, blob.data() + offsetof(BlobHeader, posPropertyStart), 4);
+    const std::size_t link = PositionToByte(start) + offsetof(PropertyRecord, posNext);
+    std::memcpy(blob.data() + link, &start, 4);
+    return blob;
 }
 
 // The blob every case starts from at its -b path, compiled once.
@@ -466,6 +479,57 @@ std::vector<BadInputCase> Cases() {
          {"-o", "-b", "missing.blb"}},
         {"VersionWithoutABlob", Writes("in.xml", good), 0, "", BlobAfter::kUnchanged, version},
     };
+    // A blob file read instead of the display-control library: one ERROR line,
+    // on standard error and in the log, and no output file.
+    struct OfflineCase {
+        const char* name;
+        std::function<std::string()> blob;  // the content of bad.blb; empty: no file
+        const char* problem;
+        Needs needs = Needs::kNothing;
+    };
+    const OfflineCase offline[] = {
+        {"Missing", [] { return std::string(); }, "cannot be read: No such file or directory"},
+        {"Unreadable", [] { return GoodBlob(); }, "cannot be read: Permission denied",
+         Needs::kUnprivileged},
+        {"Truncated", [] { return GoodBlob().substr(0, GoodBlob().size() / 2); },
+         "has a table that reaches past its end"},
+        {"Oversized", [] { return std::string(0x100000, '\x01'); }, "is larger than"},
+        {"RandomBytes", [] { return RandomBytes(4096); }, "is not a blob"},
+        {"LoopingChain", [] { return WithLoopingPropertyChain(GoodBlob()); },
+         "has a chain of properties that leaves its table, loops or joins another"},
+    };
+    const std::string update = ReadFile(Example("update.xml"));
+    for (const OfflineCase& o : offline) {
+        const auto make = [o, update](const fs::path& dir) {
+            WriteFile(dir / "user.xml", update);
+            if (const std::string bytes = o.blob(); !bytes.empty()) {
+                WriteFile(dir / "bad.blb", bytes);
+                if (o.needs == Needs::kUnprivileged) {
+                    fs::permissions(dir / "bad.blb", fs::perms::none);
+                }
+            }
+        };
+        const std::string error = std::string("blob file \"bad.blb\" ") + o.problem;
+        static std::vector<std::string> lines;  // the cases keep pointers to their texts
+        for (const auto& [option, status, args] :
+             std::vector<std::tuple<std::string, int, std::vector<std::string>>>{
+                 {"--from", 255, {"-r", "-s", "back.xml", "--from", "bad.blb"}},
+                 {"--against",
+                  255,
+                  {"-u", "-s", "user.xml", "-b", "back.xml", "--against", "bad.blb"}},
+                 {"--diff", 2, {"--diff", "good.blb", "bad.blb"}}}) {
+            lines.push_back("ERROR, " + option + ": " + error);
+            const char* line = lines.back().c_str();
+            cases.push_back({.name = o.name,
+                             .make = make,
+                             .status = status,
+                             .errorLine = line,
+                             .args = args,
+                             .blob = option == "--diff" ? "good.blb" : "back.xml",
+                             .needs = o.needs,
+                             .stderrLine = line});
+        }
+    }
     // Names that a shell would take apart: passed through literally, never run.
     for (const std::string name : {"with space", "with \"quotes\"", "$(touch injected)",
                                    "a;touch injected", "-leading-dash", "`touch injected`"}) {

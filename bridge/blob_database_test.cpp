@@ -1,4 +1,4 @@
-#include "simulator/installed_database.h"
+#include "bridge/blob_database.h"
 
 #include <gtest/gtest.h>
 
@@ -7,12 +7,12 @@
 
 #include "tests/support/small_blob.h"
 
-namespace qk::sim {
+namespace qk {
 namespace {
 
-TEST(InstalledDatabaseTest, DecodesASmallBlob) {
-    const auto bytes = SmallBlob();
-    const auto database = DecodeInstalledDatabase(bytes);
+TEST(BlobDatabaseTest, DecodesASmallBlob) {
+    const auto bytes = sim::SmallBlob();
+    const auto database = DecodeBlobDatabase(bytes);
     ASSERT_TRUE(database);
     ASSERT_EQ(database->areas.size(), 1u);
     EXPECT_EQ(database->areas[0].driver, L"D");
@@ -22,17 +22,17 @@ TEST(InstalledDatabaseTest, DecodesASmallBlob) {
     EXPECT_EQ(database->areas[0].properties[0].type, 3);
 }
 
-TEST(InstalledDatabaseTest, EveryTruncationAndALoopingChainAreRefusedOrDecodedSafely) {
-    auto bytes = SmallBlob();
+TEST(BlobDatabaseTest, EveryTruncationAndALoopingChainAreRefusedOrDecodedSafely) {
+    auto bytes = sim::SmallBlob();
     for (std::size_t length = 0; length < bytes.size(); ++length) {
         std::vector<std::uint8_t> cut(bytes.begin(), bytes.begin() + static_cast<long>(length));
-        EXPECT_FALSE(DecodeInstalledDatabase(cut)) << length;
+        EXPECT_FALSE(DecodeBlobDatabase(cut)) << length;
     }
     std::uint32_t loop = 5;  // the property links to itself
     std::memcpy(bytes.data() + 92 + 8 * 5 + 20, &loop, 4);
-    EXPECT_FALSE(DecodeInstalledDatabase(bytes));
-    EXPECT_TRUE(LoadInstalledDatabase("/nonexistent/system.blb"));  // missing: empty
+    EXPECT_FALSE(DecodeBlobDatabase(bytes));
+    EXPECT_TRUE(LoadBlobDatabase("/nonexistent/system.blb", nullptr, true));  // missing: empty
 }
 
 }  // namespace
-}  // namespace qk::sim
+}  // namespace qk
