@@ -32,7 +32,8 @@ std::vector<char*> SingleDashArguments(int argc, char** argv) {
         const char* name;
         int values;
     };
-    static constexpr LongOption kLongOptions[] = {{"--diff", 2}, {"--from", 1}, {"--against", 1}};
+    static constexpr LongOption kLongOptions[] = {{"--diff", 2},   {"--from", 1}, {"--against", 1},
+                                                  {"--strict", 0}, {"--help", 0}, {"--version", 0}};
     std::vector<char*> kept;
     for (int index = 0; index < argc; ++index) {
         int skip = -1;

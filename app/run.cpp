@@ -1,11 +1,14 @@
 #include "app/run.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <cwchar>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "app/command_line.h"
@@ -20,6 +23,7 @@
 #include "inspect/reverse_xml.h"
 #include "model/customisation.h"
 #include "model/file_kind.h"
+#include "support/diagnostics.h"
 #include "support/fatal_exit.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
@@ -83,6 +87,7 @@ class Run {
     void ExamineReleaseOption();
     int CompareBlobs(int index);
     void ExamineInstalledSetOptions();
+    static void ExamineSourceDateEpoch();
     [[noreturn]] static void RefuseLongOption(const char* option, const char* why);
     void AnswerFrom(const char* option, int index);
     void ReadSingleFiles();
@@ -210,6 +215,31 @@ void Run::ExamineInstalledSetOptions() {
     }
 }
 
+// SOURCE_DATE_EPOCH, the one environment variable the tool reads: a whole
+// number of seconds since 1970 fixes the version string's time, in UTC.
+void Run::ExamineSourceDateEpoch() {
+    const char* value = std::getenv("SOURCE_DATE_EPOCH");
+    if (value == nullptr) {
+        return;
+    }
+    const std::string_view digits(value);
+    std::time_t seconds = 0;
+    bool good = !digits.empty() && digits.size() <= 18;
+    for (char digit : digits) {
+        good = good && digit >= '0' && digit <= '9';
+        seconds = seconds * 10 + (digit - '0');
+    }
+    std::tm when{};
+    if (!good || gmtime_r(&seconds, &when) == nullptr || when.tm_year + 1900 > 9999) {
+        ReportError(WidenForLog(("ERROR, SOURCE_DATE_EPOCH=\"" + std::string(value) +
+                                 "\" is not a whole number of seconds since 1970.\n")
+                                    .c_str())
+                        .c_str());
+        ExitFree();
+    }
+    SetVersionTime(seconds);
+}
+
 void Run::ReadSingleFiles() {
     int index = Find(L"-s");
     if (index < 0) {
@@ -270,6 +300,18 @@ void Run::ReadDirectories() {
 }
 
 int Run::Execute() {
+    if (FindLong("--help") >= 0) {
+        OutputUsage();
+        return 0;
+    }
+    if (FindLong("--version") >= 0) {
+        OutputVersion();
+        return 0;
+    }
+    // Before anything is logged, so that every problem can be reported.
+    if (FindLong("--strict") >= 0) {
+        SetStrictLogging(true);
+    }
     ProgressLog(L"_UNICODE NOT defined.\n", 0);
     ProgressLog(L"LAUNCHING Linux ...\n", 0);
     SetFileKind(kSystemFile);
@@ -336,6 +378,7 @@ int Run::Execute() {
         return 0;
     }
     ExamineReleaseOption();
+    ExamineSourceDateEpoch();
     ExamineInstalledSetOptions();
 
     ReadSingleFiles();
@@ -347,6 +390,8 @@ int Run::Execute() {
     LogAllocationCount();
     if (inputLoaded_ != 0) {
         if (checkXML() != 0) {
+            ReportProblem(Severity::kError,
+                          L"the dynamic-switching drivers do not define the same properties");
             ProgressLog(L"Terminating Execution...\n", 0);
             FreeAll();
             return 1;
@@ -354,8 +399,15 @@ int Run::Execute() {
         CreateCompact();
     }
     LogAllocationCount();
+    SetDiagnosticFile(nullptr);
     if (inputLoaded_ != 0) {
-        WriteBinFile(blobName_);
+        if (IsStrict() && ErrorsReported() > 0) {
+            ReportProblem(Severity::kError, L"no blob is written, for the errors above");
+        } else {
+            SetDiagnosticFile(blobName_[0] != '\0' ? blobName_ : kDefaultBlobName);
+            WriteBinFile(blobName_);
+            SetDiagnosticFile(nullptr);
+        }
     }
     LogAllocationCount();
     if (dump_ != 0) {
@@ -374,6 +426,15 @@ int Run::Execute() {
 
 }  // namespace
 
+namespace {
+
+// Under --strict, a run that reported an error does not end as a success.
+int StrictStatus(int status) {
+    return status == 0 && IsStrict() && ErrorsReported() > 0 ? 255 : status;
+}
+
+}  // namespace
+
 int RunQuillard(int argc, char** argv) {
     const AnswersReset answersReset;
     // Past a file-size limit a write fails (and is reported) instead of ending
@@ -381,7 +442,7 @@ int RunQuillard(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);
     UseUtf8CharacterType();
     try {
-        return Run(argc, argv).Execute();
+        return StrictStatus(Run(argc, argv).Execute());
     } catch (const FatalExit& exit) {
         if (exit.copyLog) {
             try {
@@ -390,7 +451,7 @@ int RunQuillard(int argc, char** argv) {
             } catch (const std::bad_alloc&) {
             }
         }
-        return exit.status;
+        return StrictStatus(exit.status);
     } catch (const std::bad_alloc&) {
         // A standard container ran out of memory: the same end as an exhausted heap.
         ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);

@@ -13,6 +13,7 @@ wchar_t g_strVersion[kVersionUnits];
 namespace {
 
 constexpr std::size_t kTimeUnits = 32;
+std::optional<std::time_t> g_fixedTime;
 
 }  // namespace
 
@@ -27,16 +28,17 @@ int GetVersionString(wchar_t* output) {
         return 0;
     }
     std::wmemset(output, L'\0', kVersionUnits);
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = g_fixedTime.value_or(std::time(nullptr));
     // SetReleaseText keeps the release within its bound, so this copy cannot fail.
     wchar_t release[kReleaseBound] = {};
     if (g_strRelease[0] != L'\0' && wcscpy_s(release, kReleaseBound, g_strRelease) == nullptr) {
         return -1;
     }
     wchar_t stamp[kTimeUnits] = {};
-    std::tm local{};
-    if (localtime_r(&now, &local) == nullptr ||
-        std::wcsftime(stamp, kTimeUnits, L"%Y%m%d_%H%M", &local) == 0) {
+    std::tm when{};
+    const bool broken =
+        g_fixedTime ? gmtime_r(&now, &when) == nullptr : localtime_r(&now, &when) == nullptr;
+    if (broken || std::wcsftime(stamp, kTimeUnits, L"%Y%m%d_%H%M", &when) == 0) {
         return -1;
     }
     if (_snwprintf_s(output, kVersionUnits, kVersionUnits - 1, L"%ls_%ls_", release, stamp) < 0 ||
@@ -45,6 +47,10 @@ int GetVersionString(wchar_t* output) {
     }
     wcscpy_s(g_strVersion, kVersionUnits, output);
     return 0;
+}
+
+void SetVersionTime(std::optional<std::time_t> utc) {
+    g_fixedTime = utc;
 }
 
 void ResetVersionString() {

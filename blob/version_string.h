@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
+#include <optional>
 
 namespace qk {
 
@@ -19,6 +21,10 @@ bool SetReleaseText(const wchar_t* release);
 // output (kVersionUnits units). Composed once; later calls give the same text.
 // 0 on success, -1 when it could not be composed.
 int GetVersionString(wchar_t* output);
+
+// Fixes the time of the version string: that moment, in UTC, instead of the
+// local time of the run (SOURCE_DATE_EPOCH). Nothing: the local time again.
+void SetVersionTime(std::optional<std::time_t> utc);
 
 // Clears both buffers (between runs in tests).
 void ResetVersionString();

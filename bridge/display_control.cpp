@@ -1,6 +1,8 @@
 #include "bridge/display_control.h"
 
 #include "bridge/blob_database.h"
+#include "support/diagnostics.h"
+#include "text/utf8_decode.h"
 
 #include <dlfcn.h>
 
@@ -63,10 +65,12 @@ void ReleaseLibraryAnswers() {
 
 namespace {
 
-// The library's messages run together on one line, as the library's users know them.
+// The library's messages run together on one line, as the library's users know
+// them; under --strict each is also a diagnostic.
 void Say(const char* message) {
     std::printf("%s", message);
     std::fflush(stdout);
+    ReportProblem(Severity::kError, WidenForLog(message));
 }
 
 template <typename Fn>
@@ -102,6 +106,13 @@ template <typename Fn, typename Store, typename Call>
 int CallLibrary(const Entry& entry, Store store, Call call) {
     void* library = dlopen(g_lpLibraryName, RTLD_LAZY | RTLD_GLOBAL);
     if (library == nullptr) {
+        static bool reported = false;  // once a run is enough
+        if (!reported) {
+            reported = IsStrict();
+            ReportProblem(Severity::kError,
+                          L"the display-control library libvexzelxx.so cannot be loaded; "
+                          L"without it, --against names a system blob to check against");
+        }
         return -1;
     }
     auto create = Resolve<ZelControlCreateFn>(library, "ZEL_Main_Control_Create");

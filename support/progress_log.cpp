@@ -13,6 +13,7 @@
 #include <span>
 #include <string>
 
+#include "support/diagnostics.h"
 #include "support/log_line_format.h"
 #include "support/output_file.h"
 #include "support/utf8_encode.h"
@@ -20,6 +21,7 @@
 namespace qk {
 
 int g_bCreateLog = 0;
+bool g_bFormatAlways = false;
 wchar_t g_strLogFile[kLogFileNameUnits];
 wchar_t g_strLog[kLogBufferUnits];
 
@@ -84,6 +86,9 @@ bool OpenLogFile(int mode) {
 }  // namespace
 
 void ProgressLog(const wchar_t* text, int mode) {
+    if (g_bFormatAlways) {
+        DiagnoseLogMessage(text);
+    }
     if (g_bCreateLog == 0 || (g_logSink == nullptr && !OpenLogFile(mode))) {
         return;
     }
@@ -116,6 +121,11 @@ void ReportError(const wchar_t* line) {
 
 void SetCreateLog(int on) {
     g_bCreateLog = on;
+}
+
+void SetStrictLogging(bool on) {
+    g_bFormatAlways = on;
+    SetStrict(on);
 }
 
 bool SetLogFile(const wchar_t* name) {
@@ -176,6 +186,7 @@ void ResetProgressLog() {
     }
     g_logFailed = false;
     g_bCreateLog = 0;
+    g_bFormatAlways = false;
     std::wmemset(g_strLogFile, L'\0', kLogFileNameUnits);
     std::wmemset(g_strLog, L'\0', kLogBufferUnits);
 }

@@ -4,11 +4,13 @@
 #include <climits>
 #include <cstdlib>
 #include <cwchar>
+#include <cwctype>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "support/diagnostics.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "text/wide_string.h"
@@ -60,11 +62,26 @@ int ParseHexDigits(std::wstring_view digits, std::uint64_t* value) {
     return 0;
 }
 
+// Under --strict, a value text that the conversion takes only in part (or not
+// at all) is an error the log does not show: "sixty" stores 0, "60abc" 60.
+void ReportInexact(const wchar_t* type, const wchar_t* text, const wchar_t* why) {
+    if (IsStrict()) {
+        ReportProblem(Severity::kError, std::wstring(type) + L" value \"" + text + L"\" " + why);
+    }
+}
+
 // Decimal text read the way strtoll reads it, saturating at the given range.
-std::int64_t ParseDecimal(const wchar_t* text, std::int64_t lowest, std::int64_t highest) {
+std::int64_t ParseDecimal(const wchar_t* text, std::int64_t lowest, std::int64_t highest,
+                          const wchar_t* type) {
     const char* narrow = wctochar(text);
     errno = 0;
-    const long long number = std::strtoll(narrow, nullptr, 10);
+    char* end = nullptr;
+    const long long number = std::strtoll(narrow, &end, 10);
+    if (end == narrow || *end != '\0' || std::iswspace(static_cast<wint_t>(text[0]))) {
+        ReportInexact(type, text, L"is not a decimal number");
+    } else if (errno == ERANGE || number < lowest || number > highest) {
+        ReportInexact(type, text, L"is out of range");
+    }
     if (number < lowest) {
         return lowest;
     }
@@ -152,11 +169,15 @@ int StringToDword(const wchar_t* text, std::uint32_t* value) {
         if (ParseHexDigits(whole.substr(2), &number) != 0) {
             return -1;
         }
+        if (whole.size() - 2 > 8) {
+            ReportInexact(L"Dword", text, L"has more than 8 hexadecimal digits");
+        }
         *value = static_cast<std::uint32_t>(number);
         return 0;
     }
     *value = static_cast<std::uint32_t>(ParseDecimal(text, std::numeric_limits<std::int32_t>::min(),
-                                                     std::numeric_limits<std::int32_t>::max()));
+                                                     std::numeric_limits<std::int32_t>::max(),
+                                                     L"Dword"));
     return 0;
 }
 
@@ -167,10 +188,14 @@ int StringToQword(const wchar_t* text, std::uint64_t* value) {
         return 0;
     }
     if (HasHexPrefix(whole)) {
+        if (whole.size() - 2 > 16) {
+            ReportInexact(L"Qword", text, L"has more than 16 hexadecimal digits");
+        }
         return ParseHexDigits(whole.substr(2), value);
     }
     *value = static_cast<std::uint64_t>(ParseDecimal(text, std::numeric_limits<std::int64_t>::min(),
-                                                     std::numeric_limits<std::int64_t>::max()));
+                                                     std::numeric_limits<std::int64_t>::max(),
+                                                     L"Qword"));
     return 0;
 }
 

@@ -13,6 +13,7 @@
 #include "blob/version_string.h"
 #include "bridge/display_control.h"
 #include "model/file_kind.h"
+#include "support/diagnostics.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "text/value_text.h"
@@ -59,6 +60,15 @@ bool WidenWord(const char* word, std::wstring& out) {
     return true;
 }
 
+// Names the record that diagnostics are about while it lives.
+class RecordNamed {
+  public:
+    explicit RecordNamed(std::wstring record) { SetDiagnosticRecord(std::move(record)); }
+    ~RecordNamed() { SetDiagnosticRecord({}); }
+    RecordNamed(const RecordNamed&) = delete;
+    RecordNamed& operator=(const RecordNamed&) = delete;
+};
+
 template <typename T>
 void InsertAfter(T* previous, T* record, T*& head) {
     if (previous == nullptr) {
@@ -98,6 +108,8 @@ class FileReader {
     int HandleWord(const char* word);
     int HandleEmptyText();
     void TextForValue();
+    // The value being read, for diagnostics (only computed under --strict).
+    std::wstring ValueName() const;
     void TextForUse();
     void Finish();
 
@@ -600,6 +612,17 @@ void FileReader::DropValue() {
     value_ = nullptr;
 }
 
+std::wstring FileReader::ValueName() const {
+    if (!IsStrict() || value_ == nullptr) {
+        return {};
+    }
+    const Property* property = value_->lpProperty;
+    const Driver* driver = profile_ != nullptr ? profile_->lpDriver : nullptr;
+    return std::wstring(L"value of property \"") + OrEmpty(property ? property->strName : nullptr) +
+           L"\" in profile \"" + OrEmpty(profile_ ? profile_->strUsage : nullptr) + L"\", area \"" +
+           OrEmpty(driver ? driver->strName : nullptr) + L"\"";
+}
+
 void FileReader::TextForValue() {
     if (value_ == nullptr || !valueValid_) {
         return;
@@ -610,6 +633,7 @@ void FileReader::TextForValue() {
         recordComplete_ = true;
         return;
     }
+    const RecordNamed named(ValueName());
     switch (ConvertValueText(value_->lpProperty->iType, text_.c_str(), *value_)) {
         case Conversion::kStored:
             break;
@@ -691,6 +715,7 @@ int FileReader::HandleEmptyText() {
             const std::int32_t type =
                 value_->lpProperty != nullptr ? value_->lpProperty->iType : kTypeUnknown;
             if (const wchar_t* message = EmptyValueMessage(type)) {
+                const RecordNamed named(ValueName());
                 ProgressLog(message, 0);
                 DropValue();
             } else {

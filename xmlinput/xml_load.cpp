@@ -1,6 +1,8 @@
 #include "xmlinput/xml_load.h"
 
+#include "support/diagnostics.h"
 #include "support/utf8_encode.h"
+#include "text/utf8_decode.h"
 
 #include <sys/stat.h>
 
@@ -17,10 +19,27 @@ namespace {
 
 bool g_loadReportedError = false;
 
-// Mini-XML's error callback during a load: the message still goes to standard
-// error as Mini-XML would print it, and the load is marked as failed.
+// The line a Mini-XML message names ("... on line 12."), or 0.
+int LineOf(std::string_view message) {
+    const std::size_t at = message.rfind("on line ");
+    int line = 0;
+    for (std::size_t i = at == std::string_view::npos ? message.size() : at + 8;
+         i < message.size() && message[i] >= '0' && message[i] <= '9'; ++i) {
+        line = line * 10 + (message[i] - '0');
+    }
+    return line;
+}
+
+// Mini-XML's error callback during a load: the message goes to standard error
+// as Mini-XML would print it (under --strict as a diagnostic naming the file
+// and line), and the load is marked as failed.
 void RecordLoadError(const char* message) {
-    std::fprintf(stderr, "mxml: %s\n", message != nullptr ? message : "");
+    const std::string_view text = message != nullptr ? message : "";
+    if (IsStrict()) {
+        ReportProblem(Severity::kError, WidenForLog(std::string(text).c_str()), LineOf(text));
+    } else {
+        std::fprintf(stderr, "mxml: %s\n", std::string(text).c_str());
+    }
     g_loadReportedError = true;
 }
 
@@ -247,8 +266,10 @@ mxml_node_t* LoadXmlDocument(const char* path, XmlLoadError* why) {
         result = XmlLoadError::kCannotOpen;
         return nullptr;
     }
+    SetDiagnosticFile(path);
     std::FILE* file = std::fopen(path, "r");
     if (file == nullptr) {
+        ReportProblem(Severity::kError, L"cannot be opened for reading");
         result = XmlLoadError::kCannotOpen;
         return nullptr;
     }
@@ -263,6 +284,9 @@ mxml_node_t* LoadXmlDocument(const char* path, XmlLoadError* why) {
         }
     }
     if (!EndsWhole(path, document.get())) {
+        ReportProblem(Severity::kError,
+                      L"the document ends before the closing markup of its "
+                      L"outermost element");
         result = XmlLoadError::kNotWellFormed;
         return nullptr;
     }
