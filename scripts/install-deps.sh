@@ -3,7 +3,7 @@
 # As root it runs apt-get itself; otherwise it prints the one line to run and fails.
 set -eu
 
-packages="cmake g++ make pkg-config groff-base libmxml-dev libgtest-dev libgmock-dev $*"
+packages="cmake g++ make pkg-config groff-base libmxml-dev libgtest-dev libgmock-dev libxml2-utils $*"
 missing=""
 for package in $packages; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed"; then

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -178,6 +179,49 @@ TEST(DocsCli, TheManualPageExamplesRun) {
     EXPECT_TRUE(fs::exists(dir / "user.blb"));
     EXPECT_TRUE(fs::exists(dir / "system-back.xml"));
     EXPECT_THAT(ReadFile(dir / "dump.log"), HasSubstr("PRINT COMPACT DONE"));
+}
+
+// xmllint's verdict on a file against the schema: true when it validates.
+bool Validates(const fs::path& file) {
+    const std::string command = "xmllint --noout --schema '" +
+                                (SourceDir() / "docs/customisation.xsd").string() + "' '" +
+                                file.string() + "' >/dev/null 2>&1";
+    return std::system(command.c_str()) == 0;
+}
+
+TEST(DocsCli, TheSchemaTakesEveryDocumentedFileAndRefusesMistakes) {
+    if (std::system("command -v xmllint >/dev/null 2>&1") != 0) {
+        GTEST_SKIP() << "xmllint (libxml2-utils) is not installed";
+    }
+    ScratchDir dir;
+    std::vector<fs::path> files = {Example("system.xml"), Example("update.xml"),
+                                   TestData("docs/user1.xml"), TestData("docs/user2.xml")};
+    for (const char* document : {"docs/customisation-xml.md", "docs/blob-format.md"}) {
+        const fs::path block = dir / (fs::path(document).stem().string() + ".xml");
+        WriteFile(block, FencedBlock(Document(document), "xml"));
+        files.push_back(block);
+    }
+    for (const fs::path& file : files) {
+        EXPECT_TRUE(Validates(file)) << file;
+    }
+    const std::string example = ReadFile(Example("system.xml"));
+    const struct {
+        const char* what;
+        std::string from;
+        std::string to;
+    } mistakes[] = {
+        {"a wrong Type", "Type=\"Dword\"", "Type=\"DWord\""},
+        {"a misspelled element", "<profiles>", "<profils>"},
+    };
+    for (const auto& mistake : mistakes) {
+        std::string broken = example;
+        broken.replace(broken.find(mistake.from), mistake.from.size(), mistake.to);
+        if (mistake.from == "<profiles>") {
+            broken.replace(broken.find("</profiles>"), 11, "</profils>");
+        }
+        WriteFile(dir / "broken.xml", broken);
+        EXPECT_FALSE(Validates(dir / "broken.xml")) << mistake.what;
+    }
 }
 
 }  // namespace

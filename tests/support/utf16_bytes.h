@@ -21,8 +21,9 @@ inline std::string Utf16Bytes(std::string_view ascii, bool little = true) {
 
 // The same after the byte-order mark.
 inline std::string Utf16WithMark(std::string_view ascii, bool little = true) {
-    return (little ? std::string("\xFF\xFE", 2) : std::string("\xFE\xFF", 2)) +
-           Utf16Bytes(ascii, little);
+    std::string bytes = little ? "\xFF\xFE" : "\xFE\xFF";
+    bytes.append(Utf16Bytes(ascii, little));
+    return bytes;
 }
 
 }  // namespace qk::test

@@ -1,0 +1,36 @@
+# Builds the Debian package of the build (cpack -G DEB) into a staging directory
+# and checks what it holds: the stripped tool, its manual page and its bash
+# completion, and the libraries it depends on. Run with -DBUILD_DIR=... -DSTAGE=...
+file(REMOVE_RECURSE "${STAGE}")
+execute_process(
+    COMMAND cpack -G DEB -B "${STAGE}" --config "${BUILD_DIR}/CPackConfig.cmake"
+    RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "cpack failed: ${status}\n${output}")
+endif()
+file(GLOB packages "${STAGE}/*.deb")
+list(LENGTH packages count)
+if(NOT count EQUAL 1)
+    message(FATAL_ERROR "expected one package, found: ${packages}")
+endif()
+execute_process(COMMAND dpkg-deb -c ${packages} OUTPUT_VARIABLE contents RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "dpkg-deb -c failed")
+endif()
+foreach(path ./usr/bin/quillard ./usr/share/man/man1/quillard.1
+             ./usr/share/bash-completion/completions/quillard)
+    string(FIND "${contents}" " ${path}\n" at)
+    if(at EQUAL -1)
+        message(FATAL_ERROR "the package lacks ${path}:\n${contents}")
+    endif()
+endforeach()
+execute_process(COMMAND dpkg-deb -f ${packages} Depends OUTPUT_VARIABLE depends)
+if(NOT depends MATCHES "libmxml1")
+    message(FATAL_ERROR "the package does not depend on libmxml1: ${depends}")
+endif()
+execute_process(COMMAND dpkg-deb -x ${packages} "${STAGE}/root")
+execute_process(COMMAND readelf -S "${STAGE}/root/usr/bin/quillard" OUTPUT_VARIABLE sections)
+if(sections MATCHES "\\.debug_info|\\.symtab")
+    message(FATAL_ERROR "the packaged tool is not stripped")
+endif()
+file(REMOVE_RECURSE "${STAGE}")
