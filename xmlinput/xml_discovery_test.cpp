@@ -6,14 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "blob/string_table.h"
-#include "blob/version_string.h"
-#include "model/customisation.h"
 #include "model/file_kind.h"
 #include "tests/support/files.h"
 #include "tests/support/logged_test.h"
-#include "xmlinput/consistency.h"
-#include "xmlinput/file_reader.h"
 
 namespace qk {
 namespace {
@@ -36,27 +31,10 @@ std::string Document(const std::string& body, const std::string& header = "Forma
     return kDeclaration + "<customisations " + header + ">\n" + body + "</customisations>\n";
 }
 
-// A system file whose one area is named area.
-std::string SystemFile(const std::string& area) {
-    return Document("<properties><area Name=\"" + area + "\" Privacy=\"Defined\">\n" +
-                    "<property Type=\"Dword\">Depth</property></area></properties>\n");
-}
-
 class XmlDiscoveryTest : public unit::LoggedTest {
   protected:
-    void SetUp() override {
-        unit::LoggedTest::SetUp();
-        ResetStringTable();
-        ResetVersionString();
-        ResetFileReader();
-        ResetConsistency();
-        SetFileKind(kSystemFile);
-        root_ = CreateCustomisations();
-    }
     void TearDown() override {
         SetFileKind(kSystemFile);
-        ResetFileReader();
-        ResetStringTable();
         unit::LoggedTest::TearDown();
     }
     // The list of a scan and its count; "-1" for the list when the scan fails.
@@ -69,15 +47,6 @@ class XmlDiscoveryTest : public unit::LoggedTest {
         }
         return {result != 0 ? "-1" : list, static_cast<int>(files.size())};
     }
-    std::wstring AreaNames() const {
-        std::wstring names;
-        for (const Area* area = root_->lpAreas; area != nullptr; area = area->lpNext) {
-            names += std::wstring(area->lpDriver->strName) + L";";
-        }
-        return names;
-    }
-
-    Customisations* root_ = nullptr;
 };
 
 TEST_F(XmlDiscoveryTest, ScansFindXmlFilesInByteOrder) {
@@ -129,26 +98,6 @@ TEST_F(XmlDiscoveryTest, SymbolicLinksAreSkipped) {
     fs::create_symlink("real.xml", "d/link.xml");
     fs::create_directory_symlink(".", "d/loop");
     EXPECT_EQ(Scan("d"), std::make_pair(std::string("d/real.xml;"), 1));
-}
-
-TEST_F(XmlDiscoveryTest, NoXmlFileEndsTheReadWithMinusOne) {
-    fs::create_directories("d/inner");
-    EXPECT_EQ(ReadAllXmls("d", 1), -1);
-    EXPECT_EQ(Log(), "Searching for xml's in: - d\nfolder found:- d/inner\nNo XML file found.\n");
-}
-
-TEST_F(XmlDiscoveryTest, ExtractFileNameTakesWholePaths) {
-    const XmlFileList list = {{"d/a;b.xml", "d/c.xml"}, L"d/a;b.xml;d/c.xml;"};
-    const struct {
-        int index;
-        const char* name;  // null: -1 expected
-    } cases[] = {{1, "d/a;b.xml"}, {2, "d/c.xml"}, {3, nullptr}, {0, nullptr}};
-    for (const auto& c : cases) {
-        char* name = nullptr;
-        EXPECT_EQ(ExtractFileName(list, c.index, name), c.name != nullptr ? 0 : -1) << c.index;
-        EXPECT_STREQ(name, c.name);
-    }
-    EXPECT_TRUE(Logged("ExtractFileName: - d/a;b.xml;d/c.xml;\n"));
 }
 
 TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
@@ -205,57 +154,6 @@ TEST_F(XmlDiscoveryTest, ValidationFollowsTheShapeRules) {
         EXPECT_EQ(Log(), c.logged);
     }
     EXPECT_EQ(ValidateXmlProfile("absent.xml", 1), -1);
-}
-
-TEST_F(XmlDiscoveryTest, ReadsEveryFileInSortedOrder) {
-    WriteFile("d/b.xml", SystemFile("Bravo"));
-    WriteFile("d/a.xml", SystemFile("Alpha"));
-    WriteFile("d/sub/c.xml", SystemFile("Charlie"));
-    EXPECT_EQ(ReadAllXmls("d", 1), 0);
-    EXPECT_EQ(AreaNames(), L"Alpha;Bravo;Charlie;");
-    EXPECT_TRUE(
-        Logged("------------------ all xml's: - d/a.xml;d/b.xml;d/sub/c.xml;\n"
-               "ExtractFileName: - d/a.xml;d/b.xml;d/sub/c.xml;\nFile #1 - d/a.xml\n"));
-    EXPECT_TRUE(Logged("File #3 - d/sub/c.xml\n"));
-}
-
-TEST_F(XmlDiscoveryTest, SecondOfThreeFailingValidationStopsTheRead) {
-    WriteFile("d/a.xml", SystemFile("Alpha"));
-    WriteFile("d/b.xml", Document(kProperties, "Format=\"1.0\""));
-    WriteFile("d/c.xml", SystemFile("Charlie"));
-    EXPECT_EQ(ReadAllXmls("d", 1), -2);
-    EXPECT_EQ(AreaNames(), L"Alpha;");
-    EXPECT_TRUE(Logged("File #2 - d/b.xml\nXML Invalid!!!\n"));
-    EXPECT_FALSE(Logged("File #3"));
-}
-
-TEST_F(XmlDiscoveryTest, FileTheReaderRejectsStopsTheRead) {
-    // Valid in shape, but the property name is longer than a value record holds.
-    WriteFile("d/a.xml", Document("<properties><area Name=\"Heron\" Privacy=\"Defined\">\n"
-                                  "<property Type=\"Dword\">ABCDEFGHIJKLMNOPQ</property></area>"
-                                  "</properties>\n"));
-    WriteFile("d/b.xml", SystemFile("Bravo"));
-    EXPECT_EQ(ReadAllXmls("d", 1), -2);
-    EXPECT_TRUE(Logged("ERROR, ReadAllXmls, XML file read: - d/a.xml\n"));
-    EXPECT_FALSE(Logged("File #2"));
-}
-
-TEST_F(XmlDiscoveryTest, NamesThatAreNotUtf8StillGiveWholeLines) {
-    WriteFile("d/caf\xE9.xml", "x");
-    EXPECT_EQ(Scan("d").second, 1);
-    EXPECT_TRUE(Logged("XML file found:- d/caf\xEF\xBF\xBD.xml\n"));
-}
-
-TEST_F(XmlDiscoveryTest, NoFixedBoundOnTheNumberOfFiles) {
-    for (int i = 1000; i < 1300; ++i) {
-        WriteFile("d/f" + std::to_string(i) + ".xml", "x");
-    }
-    XmlFileList list;
-    ASSERT_EQ(FindXmlFiles("d", list.paths), 0);
-    ASSERT_EQ(list.paths.size(), 300u);
-    char* name = nullptr;
-    ASSERT_EQ(ExtractFileName(list, 300, name), 0);
-    EXPECT_STREQ(name, "d/f1299.xml");
 }
 
 }  // namespace
