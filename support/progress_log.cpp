@@ -113,9 +113,12 @@ void LogFormatted(std::size_t bound, const wchar_t* format, ...) {
 }
 
 void ReportError(const wchar_t* line) {
-    const std::string bytes = EncodeUtf8(line);
-    std::fwrite(bytes.data(), 1, bytes.size(), stderr);
-    std::fflush(stderr);
+    // Under --strict the log line itself becomes the diagnostic on standard error.
+    if (!IsStrict()) {
+        const std::string bytes = EncodeUtf8(line);
+        std::fwrite(bytes.data(), 1, bytes.size(), stderr);
+        std::fflush(stderr);
+    }
     ProgressLog(line, 0);
 }
 

@@ -40,7 +40,7 @@ inline void LogFormat(const wchar_t* format, Arguments... arguments) {
 }
 
 // Writes a line (with its own line end) to standard error and to the log: for
-// errors the user must see even without -l.
+// errors the user must see even without -l (under --strict, as its diagnostic).
 void ReportError(const wchar_t* line);
 
 void SetCreateLog(int on);
