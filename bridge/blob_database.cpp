@@ -1,5 +1,6 @@
 #include "bridge/blob_database.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -19,6 +20,8 @@ std::wstring Text(const BlobReader& reader, StringRef ref) {
     const wchar_t* text = reader.TextAt(ref);
     return text ? std::wstring(text) : std::wstring();
 }
+
+constexpr const char* kTooLarge = "is larger than the 1048575 bytes a blob may have";
 
 // The caller's memory callback gave nothing; the fill fails with an error code.
 struct OutOfMemory {};
@@ -66,6 +69,22 @@ std::string Narrow(const std::wstring& text) {
         narrow.push_back(static_cast<char>(unit));
     }
     return narrow;
+}
+
+// The records of a chain from its first to its last, or nothing when the chain
+// leaves its table, loops or joins another. A chain is stored from its last
+// record back to its first.
+std::optional<std::vector<std::uint32_t>> ChainInListOrder(ChainWalker& walker,
+                                                           std::uint32_t first) {
+    std::vector<std::uint32_t> chain;
+    bool joined = false;
+    const ChainEnd end = walker.Walk(
+        first, [&](std::uint32_t position) { chain.push_back(position); }, &joined);
+    if (end != ChainEnd::kComplete || joined) {
+        return std::nullopt;
+    }
+    std::reverse(chain.begin(), chain.end());
+    return chain;
 }
 
 const BlobArea* FindArea(const BlobDatabase& database, const wchar_t* name) {
@@ -215,7 +234,7 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
     std::string ignored;
     std::string& why = problem != nullptr ? *problem : ignored;
     if (bytes.size() > kMaxImageBytes) {
-        why = "is larger than the 1048575 bytes a blob may have";
+        why = kTooLarge;
         return std::nullopt;
     }
     // The reader wants aligned storage: copy into words.
@@ -263,16 +282,12 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
                                offsetof(PropertyRecord, posNext));
     reader.ForEach<AreaRecord>(*areas, [&](const Located<AreaRecord>& located) {
         const auto driver = driverAt.find(located.record.posDriver);
-        std::vector<std::uint32_t> chain;
-        bool joined = false;
-        const ChainEnd end = propertyChains.Walk(
-            located.record.posFirstProperty,
-            [&](std::uint32_t position) { chain.push_back(position); }, &joined);
+        const auto chain = ChainInListOrder(propertyChains, located.record.posFirstProperty);
         if (driver == driverAt.end()) {
             refuse("has an area whose driver is not a record of its Driver table");
             return;
         }
-        if (end != ChainEnd::kComplete || joined) {
+        if (!chain) {
             refuse("has a chain of properties that leaves its table, loops or joins another");
             return;
         }
@@ -280,9 +295,8 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
         area.driverPosition = located.record.posDriver;
         area.driver = driver->second.first;
         area.privacy = driver->second.second;
-        // The chain runs from the last property back to the first.
-        for (auto at = chain.rbegin(); at != chain.rend(); ++at) {
-            const auto property = reader.RecordAt<PropertyRecord>(*at);
+        for (std::uint32_t position : *chain) {
+            const auto property = reader.RecordAt<PropertyRecord>(position);
             area.properties.push_back({static_cast<int>(property->dwType),
                                        Text(reader, property->refName),
                                        Text(reader, property->refSet)});
@@ -326,17 +340,13 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
                                         Text(reader, record.refPath),
                                         Text(reader, record.refVersion),
                                         {}};
-            std::vector<std::uint32_t> chain;
-            bool joined = false;
-            const ChainEnd end = useChains.Walk(
-                record.posFirstUse, [&](std::uint32_t position) { chain.push_back(position); },
-                &joined);
-            if (end != ChainEnd::kComplete || joined) {
+            const auto chain = ChainInListOrder(useChains, record.posFirstUse);
+            if (!chain) {
                 refuse("has a chain of uses that leaves its table, loops or joins another");
                 return;
             }
-            for (auto at = chain.rbegin(); at != chain.rend(); ++at) {
-                application.useProfiles.push_back(reader.RecordAt<UseRecord>(*at)->posProfile);
+            for (std::uint32_t position : *chain) {
+                application.useProfiles.push_back(reader.RecordAt<UseRecord>(position)->posProfile);
             }
             database.applications.push_back(std::move(application));
         });
@@ -364,7 +374,7 @@ std::optional<BlobDatabase> LoadBlobDatabase(const std::string& path, std::strin
     while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
         bytes.insert(bytes.end(), chunk, chunk + in.gcount());
         if (bytes.size() > kMaxImageBytes) {
-            why = "is larger than the 1048575 bytes a blob may have";
+            why = kTooLarge;
             return std::nullopt;
         }
     }
