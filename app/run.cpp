@@ -88,7 +88,8 @@ class Run {
     int CompareBlobs(int index);
     void ExamineInstalledSetOptions();
     static void ExamineSourceDateEpoch();
-    [[noreturn]] static void RefuseLongOption(const char* option, const char* why);
+    // Ends the run with "ERROR, SUBJECT WHY".
+    [[noreturn]] static void Refuse(const std::string& subject, const char* why);
     void AnswerFrom(const char* option, int index);
     void ReadSingleFiles();
     void ReadDirectories();
@@ -165,8 +166,8 @@ void Run::ExamineReleaseOption() {
     LogFormat(L"Release string specified: - %ls\n", g_strRelease);
 }
 
-void Run::RefuseLongOption(const char* option, const char* why) {
-    ReportError(WidenForLog(("ERROR, " + std::string(option) + " " + why + "\n").c_str()).c_str());
+void Run::Refuse(const std::string& subject, const char* why) {
+    ReportError(WidenForLog(("ERROR, " + subject + " " + why + "\n").c_str()).c_str());
     ExitFree();
 }
 
@@ -187,13 +188,13 @@ int Run::CompareBlobs(int index) {
 void Run::AnswerFrom(const char* option, int index) {
     const char* path = LongValue(index, 1);
     if (path == nullptr) {
-        RefuseLongOption(option, "needs a blob file name.");
+        Refuse(option, "needs a blob file name.");
     }
     std::string problem;
     answers_ = LoadBlobDatabase(path, &problem);
     if (!answers_) {
         const std::string why = "blob file \"" + std::string(path) + "\" " + problem + ".";
-        RefuseLongOption((std::string(option) + ":").c_str(), why.c_str());
+        Refuse(std::string(option) + ":", why.c_str());
     }
     AnswerFromBlob(&*answers_);
 }
@@ -203,13 +204,13 @@ void Run::AnswerFrom(const char* option, int index) {
 void Run::ExamineInstalledSetOptions() {
     if (const int from = FindLong("--from"); from >= 0) {
         if (reverse_ == 0) {
-            RefuseLongOption("--from", "goes with -r.");
+            Refuse("--from", "goes with -r.");
         }
         AnswerFrom("--from", from);
     }
     if (const int against = FindLong("--against"); against >= 0) {
         if (reverse_ != 0 || !IsUserOrOem()) {
-            RefuseLongOption("--against", "goes with -u or -oem, without -r.");
+            Refuse("--against", "goes with -u or -oem, without -r.");
         }
         AnswerFrom("--against", against);
     }
@@ -231,11 +232,8 @@ void Run::ExamineSourceDateEpoch() {
     }
     std::tm when{};
     if (!good || gmtime_r(&seconds, &when) == nullptr || when.tm_year + 1900 > 9999) {
-        ReportError(WidenForLog(("ERROR, SOURCE_DATE_EPOCH=\"" + std::string(value) +
-                                 "\" is not a whole number of seconds since 1970.\n")
-                                    .c_str())
-                        .c_str());
-        ExitFree();
+        Refuse("SOURCE_DATE_EPOCH=\"" + std::string(value) + "\"",
+               "is not a whole number of seconds since 1970.");
     }
     SetVersionTime(seconds);
 }
@@ -423,10 +421,6 @@ int Run::Execute() {
     CopyLogToLogFile();
     return 0;
 }
-
-}  // namespace
-
-namespace {
 
 // Under --strict, a run that reported an error does not end as a success.
 int StrictStatus(int status) {

@@ -162,6 +162,11 @@ bool WriteAll(int fd, const OutputContent& content, std::size_t& written) {
     }
 }
 
+// The name under which the kernel shows an open descriptor.
+std::string DescriptorPath(int fd) {
+    return "/proc/self/fd/" + std::to_string(fd);
+}
+
 // Where a regular file that was opened through path really is: the link, if
 // path is one, resolved as the kernel resolved it.
 std::string ResolvedPath(const char* path, int fd) {
@@ -169,7 +174,7 @@ std::string ResolvedPath(const char* path, int fd) {
     if (lstat(path, &info) != 0 || !S_ISLNK(info.st_mode)) {
         return path;
     }
-    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    const std::string self = DescriptorPath(fd);
     char target[PATH_MAX + 1];
     const ssize_t length = readlink(self.c_str(), target, PATH_MAX);
     if (length > 0 && target[0] == '/') {
@@ -283,7 +288,7 @@ class Replacement {
     }
 
     bool Link(int fd, const std::string& name) const {
-        const std::string self = "/proc/self/fd/" + std::to_string(fd);
+        const std::string self = DescriptorPath(fd);
         if (linkat(AT_FDCWD, self.c_str(), directory_.get(), name.c_str(), AT_SYMLINK_FOLLOW) ==
             0) {
             return true;
