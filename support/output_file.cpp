@@ -16,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+#include "support/write_fully.h"
+
 namespace qk {
 
 namespace {
@@ -120,26 +122,10 @@ class SignalsHeld {
     sigset_t previous_;
 };
 
-bool WriteBytes(int fd, std::span<const std::byte> bytes, std::size_t& written) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t wrote = write(fd, bytes.data() + done, bytes.size() - done);
-        if (wrote < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        done += static_cast<std::size_t>(wrote);
-        written += static_cast<std::size_t>(wrote);
-    }
-    return true;
-}
-
 bool WriteAll(int fd, const OutputContent& content, std::size_t& written) {
     written = 0;
     if (content.source < 0) {
-        return WriteBytes(fd, content.bytes, written);
+        return WriteFully(fd, content.bytes, written);
     }
     if (lseek(content.source, 0, SEEK_SET) != 0) {
         return false;
@@ -156,7 +142,7 @@ bool WriteAll(int fd, const OutputContent& content, std::size_t& written) {
             }
             return false;
         }
-        if (!WriteBytes(fd, std::span(piece, static_cast<std::size_t>(got)), written)) {
+        if (!WriteFully(fd, std::span(piece, static_cast<std::size_t>(got)), written)) {
             return false;
         }
     }

@@ -17,6 +17,7 @@
 #include "support/log_line_format.h"
 #include "support/output_file.h"
 #include "support/utf8_encode.h"
+#include "support/write_fully.h"
 
 namespace qk {
 
@@ -34,21 +35,6 @@ bool g_logFailed = false;
 std::string g_encoded;
 LogSink g_logSink = nullptr;
 
-void WriteAll(int descriptor, const char* bytes, std::size_t count) {
-    std::size_t done = 0;
-    while (done < count) {
-        const ssize_t wrote = write(descriptor, bytes + done, count - done);
-        if (wrote < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            g_logFailed = true;  // a full disk or a vanished file drops the line silently
-            return;
-        }
-        done += static_cast<std::size_t>(wrote);
-    }
-}
-
 void FormatAndLog(std::size_t bound, const wchar_t* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
@@ -59,10 +45,6 @@ void FormatAndLog(std::size_t bound, const wchar_t* format, va_list arguments) {
     va_end(again);
     ProgressLog(g_strLog, 0);
 }
-
-}  // namespace
-
-namespace {
 
 // Opens quillard.log when it is not open yet (mode 1 starts it anew); false when
 // it cannot be opened.
@@ -101,7 +83,11 @@ void ProgressLog(const wchar_t* text, int mode) {
     if (g_logSink != nullptr) {
         g_logSink(g_encoded.data(), count);
     } else {
-        WriteAll(g_logDescriptor, g_encoded.data(), count);
+        std::size_t written = 0;
+        if (!WriteFully(g_logDescriptor, std::as_bytes(std::span(g_encoded.data(), count)),
+                        written)) {
+            g_logFailed = true;  // a full disk or a vanished file drops the line silently
+        }
     }
 }
 
