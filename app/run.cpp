@@ -23,12 +23,13 @@
 #include "inspect/reverse_xml.h"
 #include "model/customisation.h"
 #include "model/file_kind.h"
-#include "support/diagnostics.h"
+#include "support/diagnostic.h"
 #include "support/fatal_exit.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
 #include "text/bounded_string.h"
+#include "text/closest_name.h"
 #include "text/utf8_decode.h"
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
@@ -40,6 +41,7 @@ namespace qk {
 namespace {
 
 constexpr std::size_t kNameBytes = 256;
+constexpr int kErrorStatus = 255;
 
 // The end of a run that copies the log: the -l name is narrowed as it was
 // given, and the log copied there.
@@ -73,6 +75,17 @@ class Run {
 
     [[noreturn]] static void RefuseValue(const char* option) {
         LogFormat(L"ERROR, invalid value for option %s\n", option);
+        Report(Diagnostic::Error(
+            "invalid-option-value", {},
+            std::string("the value of ") + option + " is too long or not valid UTF-8"));
+        ExitFree();
+    }
+    // An option given as the last argument, without its value.
+    [[noreturn]] static void MissingValue(const wchar_t* line, const char* option,
+                                          const char* what) {
+        ProgressLog(line, 0);
+        Report(Diagnostic::Error("missing-option-value", {},
+                                 std::string(option) + " needs " + what + " after it"));
         ExitFree();
     }
     // Copies a narrow option value into a 256-byte buffer, refusing what does not fit.
@@ -82,6 +95,7 @@ class Run {
         }
     }
 
+    bool ExamineLongOptions();
     void ExamineLogOption();
     void ExamineBlobOption();
     void ExamineReleaseOption();
@@ -124,8 +138,7 @@ void Run::ExamineLogOption() {
     }
     const char* value = ValueAfter(index);
     if (value == nullptr) {
-        ProgressLog(L"ERROR, Log file name not specified.", 0);
-        ExitFree();
+        MissingValue(L"ERROR, Log file name not specified.", "-l", "a file name");
     }
     const wchar_t* wide = MakeWc(value);
     if (wide == nullptr || !SetLogFile(wide)) {
@@ -142,8 +155,7 @@ void Run::ExamineBlobOption() {
     }
     const char* value = ValueAfter(index);
     if (value == nullptr) {
-        ProgressLog(L"ERROR, binary file name not specified.", 0);
-        ExitFree();
+        MissingValue(L"ERROR, binary file name not specified.", "-b", "a file name");
     }
     CopyName(blobName_, value, "-b");
 }
@@ -157,6 +169,9 @@ void Run::ExamineReleaseOption() {
     if (value == nullptr) {
         SetReleaseText(nullptr);
         ProgressLog(L"ERROR, release string not specified.", 0);
+        Report(Diagnostic::Error("missing-option-value", {},
+                                 "-c needs a release text after it; the release text stays "
+                                 "empty"));
         return;
     }
     const wchar_t* wide = MakeWc(value);
@@ -167,7 +182,8 @@ void Run::ExamineReleaseOption() {
 }
 
 void Run::Refuse(const std::string& subject, const char* why) {
-    ReportError(WidenForLog(("ERROR, " + subject + " " + why + "\n").c_str()).c_str());
+    ProgressLog(WidenForLog(("ERROR, " + subject + " " + why + "\n").c_str()).c_str(), 0);
+    Report(Diagnostic::Error("refused", {}, subject + " " + why));
     ExitFree();
 }
 
@@ -177,7 +193,8 @@ int Run::CompareBlobs(int index) {
     const char* second = first != nullptr ? LongValue(index, 2) : nullptr;
     int status = 2;
     if (second == nullptr) {
-        ReportError(L"ERROR, --diff needs two blob file names.\n");
+        ProgressLog(L"ERROR, --diff needs two blob file names.\n", 0);
+        Report(Diagnostic::Error("missing-option-value", {}, "--diff needs two blob file names"));
     } else {
         status = DiffBlobFiles(first, second);
     }
@@ -194,7 +211,11 @@ void Run::AnswerFrom(const char* option, int index) {
     answers_ = LoadBlobDatabase(path, &problem);
     if (!answers_) {
         const std::string why = "blob file \"" + std::string(path) + "\" " + problem + ".";
-        Refuse(std::string(option) + ":", why.c_str());
+        ProgressLog(
+            WidenForLog(("ERROR, " + std::string(option) + ": " + why + "\n").c_str()).c_str(), 0);
+        Report(Diagnostic::Error("not-a-blob", FileLocation(AddSourceName(path)),
+                                 std::string(option) + ": the blob file " + problem));
+        ExitFree();
     }
     AnswerFromBlob(&*answers_);
 }
@@ -247,8 +268,7 @@ void Run::ReadSingleFiles() {
     while (index >= 0) {
         const char* value = ValueAfter(index);
         if (value == nullptr) {
-            ProgressLog(L"ERROR, single file name not specified.", 0);
-            ExitFree();
+            MissingValue(L"ERROR, single file name not specified.", "-s", "a file name");
         }
         CopyName(inputName_, value, "-s");
         if (reverse_ != 0) {
@@ -279,8 +299,7 @@ void Run::ReadDirectories() {
     while (index >= 0) {
         const char* value = ValueAfter(index);
         if (value == nullptr) {
-            ProgressLog(L"ERROR, Path not specified.", 0);
-            ExitFree();
+            MissingValue(L"ERROR, Path not specified.", "-p", "a directory name");
         }
         CopyName(inputName_, value, "-p");
         fileStatus_ = ReadAllXmls(inputName_, 1);
@@ -297,7 +316,37 @@ void Run::ReadDirectories() {
     }
 }
 
+// Long options first: a misspelt one must not lose the safety it asked for.
+bool Run::ExamineLongOptions() {
+    if (const int unknown = FindUnknownLongOption(argc_, argv_); unknown >= 0) {
+        const std::string_view given(argv_[unknown]);
+        Report(Diagnostic::Error("unknown-option", {},
+                                 "unknown option " + Quoted(given) + "; nothing is done")
+                   .Suggest(ClosestName(given.substr(0, given.find('=')), LongOptionNames())));
+        return false;
+    }
+    if (const char* format = DiagnosticsFormatValue(argc_, argv_)) {
+        const std::string_view name(format);
+        if (name == "sarif") {
+            SetDiagnosticsFormat(DiagnosticsFormat::kSarif);
+        } else if (name != "text") {
+            Report(Diagnostic::Error("unknown-option", {},
+                                     "unknown diagnostics format " + Quoted(name) +
+                                         " (text or sarif); nothing is done")
+                       .Suggest(ClosestName(name, {"text", "sarif"})));
+            return false;
+        }
+    }
+    if (FindLong("--strict") >= 0) {
+        SetStrict(true);
+    }
+    return true;
+}
+
 int Run::Execute() {
+    if (!ExamineLongOptions()) {
+        return kErrorStatus;
+    }
     if (FindLong("--help") >= 0) {
         OutputUsage();
         return 0;
@@ -305,10 +354,6 @@ int Run::Execute() {
     if (FindLong("--version") >= 0) {
         OutputVersion();
         return 0;
-    }
-    // Before anything is logged, so that every problem can be reported.
-    if (FindLong("--strict") >= 0) {
-        SetStrictLogging(true);
     }
     ProgressLog(L"_UNICODE NOT defined.\n", 0);
     ProgressLog(L"LAUNCHING Linux ...\n", 0);
@@ -388,8 +433,6 @@ int Run::Execute() {
     LogAllocationCount();
     if (inputLoaded_ != 0) {
         if (checkXML() != 0) {
-            ReportProblem(Severity::kError,
-                          L"the dynamic-switching drivers do not define the same properties");
             ProgressLog(L"Terminating Execution...\n", 0);
             FreeAll();
             return 1;
@@ -397,14 +440,16 @@ int Run::Execute() {
         CreateCompact();
     }
     LogAllocationCount();
-    SetDiagnosticFile(nullptr);
     if (inputLoaded_ != 0) {
         if (IsStrict() && ErrorsReported() > 0) {
-            ReportProblem(Severity::kError, L"no blob is written, for the errors above");
+            Report({Severity::kNote,
+                    "strict",
+                    {},
+                    "--strict: no blob is written, for the errors above",
+                    {},
+                    {}});
         } else {
-            SetDiagnosticFile(blobName_[0] != '\0' ? blobName_ : kDefaultBlobName);
             WriteBinFile(blobName_);
-            SetDiagnosticFile(nullptr);
         }
     }
     LogAllocationCount();
@@ -424,13 +469,19 @@ int Run::Execute() {
 
 // Under --strict, a run that reported an error does not end as a success.
 int StrictStatus(int status) {
-    return status == 0 && IsStrict() && ErrorsReported() > 0 ? 255 : status;
+    return status == 0 && IsStrict() && ErrorsReported() > 0 ? kErrorStatus : status;
 }
+
+// The run's diagnostics are complete (the SARIF log is written now).
+struct DiagnosticsEnd {
+    ~DiagnosticsEnd() { FinishDiagnostics(QUILLKIT_VERSION); }
+};
 
 }  // namespace
 
 int RunQuillard(int argc, char** argv) {
     const AnswersReset answersReset;
+    const DiagnosticsEnd diagnosticsEnd;
     // Past a file-size limit a write fails (and is reported) instead of ending
     // the process half way through.
     std::signal(SIGXFSZ, SIG_IGN);
@@ -449,6 +500,7 @@ int RunQuillard(int argc, char** argv) {
     } catch (const std::bad_alloc&) {
         // A standard container ran out of memory: the same end as an exhausted heap.
         ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
+        ReportOutOfMemory();
         FreeAll();
         return 0;
     }

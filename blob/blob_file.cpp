@@ -1,5 +1,8 @@
 #include "blob/blob_file.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -7,6 +10,7 @@
 
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
+#include "support/diagnostic.h"
 #include "support/file_size.h"
 #include "support/output_file.h"
 #include "support/progress_log.h"
@@ -38,30 +42,40 @@ int WriteBinFile(char* name) {
     }
     const OutputResult result =
         WriteOutputFile(target, {.bytes = std::as_bytes(std::span(g_lpBlob, count))}, true);
+    const auto report = [target](const std::string& why) {
+        Report(Diagnostic::Error("cannot-write", FileLocation(AddSourceName(target)),
+                                 "the blob is not written: " + why));
+    };
     switch (result.error) {
         case OutputError::kNone:
             LogFormat(L"BLOB file:- \"%s\" of size %d\n", target, static_cast<int>(result.written));
             return static_cast<int>(result.written);
         case OutputError::kCannotOpen:
             ProgressLog(L"FAILED: Unable to open bin file for writing.\n", 0);
+            report(SystemReason(result.cause));
             break;
         case OutputError::kDanglingLink:
             LogFormat(
                 L"ERROR, WriteBinFile(): - \"%s\" is a symbolic link to a file that does not "
                 L"exist; it is left as it is.\n",
                 target);
+            report("it is a symbolic link to a file that does not exist");
             break;
         case OutputError::kWriteFailed:
             LogFormat(
                 L"ERROR, WriteBinFile(): - writing \"%s\" failed after %d of %d bytes; "
                 L"the file is left as it was.\n",
                 target, static_cast<int>(result.written), static_cast<int>(count));
+            report("writing failed (" + SystemReason(result.cause) +
+                   "); the file is left as it was");
             break;
         case OutputError::kReplaceFailed:
             LogFormat(
                 L"ERROR, WriteBinFile(): - unable to replace \"%s\"; the file is left as it "
                 L"was.\n",
                 target);
+            report("replacing the file failed (" + SystemReason(result.cause) +
+                   "); the file is left as it was");
             break;
     }
     return 0;
@@ -79,9 +93,17 @@ long LoadBlobImage(const char* path) {
             L"ERROR, blob file \"%s\" has %ld bytes, more than the 0xFFFFF bytes an image "
             L"holds.\n",
             path, size);
+        Report(Diagnostic::Error(
+            "not-a-blob", FileLocation(AddSourceName(path)),
+            "the file has " + std::to_string(size) + " bytes, more than the 1048575 a blob holds"));
         return -1;
     }
     if (size <= 0) {
+        if (access(path, R_OK) != 0) {
+            Report(Diagnostic::Error(
+                "cannot-read", FileLocation(AddSourceName(path)),
+                "cannot read the blob: " + SystemReason(errno) + "; an empty image is used"));
+        }
         return size;  // a missing or empty file: the image stays zero
     }
     auto* bytes = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(size) + 1));
@@ -110,6 +132,8 @@ int printVersionString() {
     // without a file there is simply no version string.
     if (size > 0 && (text == nullptr || CurrentImage().TextAt(release) == nullptr)) {
         LogFormat(L"ERROR, blob file \"%s\" holds no readable version string.\n", kDefaultBlobName);
+        Report(Diagnostic::Error("not-a-blob", FileLocation(AddSourceName(kDefaultBlobName)),
+                                 "the blob holds no readable version string"));
     }
     const std::string line = "Version string from BIN file:- " + EncodeUtf8(text) + "\n";
     std::fwrite(line.data(), 1, line.size(), stdout);

@@ -1,7 +1,9 @@
 #include "blob/blob_image.h"
 
+#include "support/diagnostic.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
+#include "support/utf8_encode.h"
 #include "text/wide_string.h"
 
 namespace qk {
@@ -44,6 +46,10 @@ void ReserveImageBytes(std::uint64_t bytes, const wchar_t* kind, const wchar_t* 
             L"ERROR, CreateCompact, the blob would outgrow its limit of 0xFFFFF bytes "
             L"at the %ls \"%ls\"; no blob is written.\n",
             OrEmpty(kind), OrEmpty(name));
+        Report(Diagnostic::Error("blob-too-large", {},
+                                 "the blob would outgrow its limit of 1048575 bytes at the " +
+                                     EncodeUtf8(OrEmpty(kind)) + " " + Quoted(OrEmpty(name)) +
+                                     "; no blob is written"));
         ExitFree();
     }
 }

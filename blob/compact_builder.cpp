@@ -8,6 +8,8 @@
 #include "blob/string_table.h"
 #include "model/customisation.h"
 #include "model/file_kind.h"
+#include "model/record_places.h"
+#include "support/diagnostic.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "text/wide_string.h"
@@ -159,6 +161,10 @@ void WriteAreas(Customisations& root) {
             area->iBlobPos = AreaAdd(driverPos, kNoRecord);
         } else {
             ProgressLog(L"ERROR, Should never have undefined Property on non-USER file", 0);
+            Report(Diagnostic::Error("area-without-properties", RecordPlace(area),
+                                     "area " + Quoted(area->lpDriver->strName) +
+                                         " has no properties, which a system set does not allow; "
+                                         "no blob is written"));
             ExitFree();
         }
     }
@@ -172,6 +178,9 @@ void WriteProfiles(Customisations& root) {
         PrintStrings(name.pos, name.len, L"Create compact, Profile");
         if (profile->lpDriver == nullptr) {
             ProgressLog(L"ERROR, Profile NULL, not adding Profile, OK for USER file", 0);
+            Report(Diagnostic::Error(
+                "profile-without-area", RecordPlace(profile),
+                "profile " + Quoted(profile->strUsage) + " names no known area and is left out"));
             continue;
         }
         profile->iBlobPos = ProfileAdd(profile->lpDriver->iBlobPos, name, notes);
@@ -188,6 +197,11 @@ void WriteProfiles(Customisations& root) {
                          L"Create compact, Profile/Value");
             if (property->iType <= kTypeUnknown || property->iType > kTypeString) {
                 ProgressLog(L"ERROR, CreateCompact, Un-recongnized data type.", 0);
+                Report(Diagnostic::Error("property-without-type", RecordPlace(property),
+                                         "property " + Quoted(property->strName) +
+                                             " has no known Type, so its value in profile " +
+                                             Quoted(profile->strUsage) +
+                                             " cannot be stored; no blob is written"));
                 ExitFree();
             }
             ProfileAddValue(property->refName.pos, value->lpData,
@@ -389,6 +403,8 @@ std::uint32_t FindProfileElm(const wchar_t* profileName, const wchar_t* driverNa
     if (profileName == nullptr || driverName == nullptr || profileName[0] == L'\0' ||
         driverName[0] == L'\0') {
         ProgressLog(L"ERROR, ProfileName or DriverName is empty.\n", 0);
+        Report(Diagnostic::Error("use-without-profile", {},
+                                 "a use names no profile or no area; it selects nothing"));
         return 0;
     }
     if (!g_profileIndexReady) {

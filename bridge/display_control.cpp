@@ -1,7 +1,7 @@
 #include "bridge/display_control.h"
 
 #include "bridge/blob_database.h"
-#include "support/diagnostics.h"
+#include "support/diagnostic.h"
 #include "text/utf8_decode.h"
 
 #include <dlfcn.h>
@@ -66,11 +66,12 @@ void ReleaseLibraryAnswers() {
 namespace {
 
 // The library's messages run together on one line, as the library's users know
-// them; under --strict each is also a diagnostic.
+// them; each is also a diagnostic.
 void Say(const char* message) {
     std::printf("%s", message);
     std::fflush(stdout);
-    ReportProblem(Severity::kError, WidenForLog(message));
+    Report(Diagnostic::Error("display-control-library", {},
+                             std::string("the display-control library: ") + message));
 }
 
 template <typename Fn>
@@ -108,10 +109,12 @@ int CallLibrary(const Entry& entry, Store store, Call call) {
     if (library == nullptr) {
         static bool reported = false;  // once a run is enough
         if (!reported) {
-            reported = IsStrict();
-            ReportProblem(Severity::kError,
-                          L"the display-control library libvexzelxx.so cannot be loaded; "
-                          L"without it, --against names a system blob to check against");
+            reported = true;
+            Report(Diagnostic::Error("display-control-library", {},
+                                     std::string("the display-control library ") + g_lpLibraryName +
+                                         " cannot be loaded (" + dlerror() +
+                                         "); without it, --against names a system blob to "
+                                         "check against"));
         }
         return -1;
     }

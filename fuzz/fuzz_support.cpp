@@ -16,6 +16,7 @@
 #include "inspect/blob_dump.h"
 #include "model/customisation.h"
 #include "model/file_kind.h"
+#include "support/diagnostic.h"
 #include "support/fatal_exit.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
@@ -86,6 +87,10 @@ void ResetRun() {
         EnterWorkDir();
     ResetProgressLog();
     ResetTrackedMemory();
+    // Millions of runs: diagnostics are counted, not printed, and files forgotten.
+    ResetDiagnostics();
+    SetDiagnosticsFormat(DiagnosticsFormat::kNone);
+    ResetSourceManager();
     ResetFileReader();
     ResetNameLookup();
     ResetConsistency();

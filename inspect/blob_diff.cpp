@@ -11,6 +11,7 @@
 #include "inspect/reverse_xml.h"
 #include "model/customisation.h"
 #include "model/type_names.h"
+#include "support/diagnostic.h"
 #include "support/progress_log.h"
 #include "support/utf8_encode.h"
 #include "text/utf8_decode.h"
@@ -135,10 +136,12 @@ void Compare(const char* kind, const Section& first, const Section& second,
     }
 }
 
-void Report(const char* file, const std::string& problem) {
+void ReportUnreadable(const char* file, const std::string& problem) {
     const std::string line =
         "ERROR, --diff: blob file \"" + std::string(file) + "\" " + problem + ".\n";
-    ReportError(WidenForLog(line.c_str()).c_str());
+    ProgressLog(WidenForLog(line.c_str()).c_str(), 0);
+    Report(Diagnostic::Error("not-a-blob", FileLocation(AddSourceName(file)),
+                             "--diff: the blob file " + problem));
 }
 
 }  // namespace
@@ -167,12 +170,12 @@ int DiffBlobFiles(const char* first, const char* second) {
     std::string problem;
     const std::optional<BlobDatabase> a = LoadBlobDatabase(first, &problem);
     if (!a) {
-        Report(first, problem);
+        ReportUnreadable(first, problem);
         return 2;
     }
     const std::optional<BlobDatabase> b = LoadBlobDatabase(second, &problem);
     if (!b) {
-        Report(second, problem);
+        ReportUnreadable(second, problem);
         return 2;
     }
     Customisations treeA{};
@@ -180,7 +183,7 @@ int DiffBlobFiles(const char* first, const char* second) {
     if (a->FillCustomisation(&treeA, ZEL_Main_Memory_Alloc) != 0 ||
         b->FillCustomisation(&treeB, ZEL_Main_Memory_Alloc) != 0) {
         ReleaseLibraryAnswers();
-        Report(first, "cannot be compared: out of memory");
+        ReportUnreadable(first, "cannot be compared: out of memory");
         return 2;
     }
     const std::vector<std::string> lines = DiffCustomisations(treeA, treeB);

@@ -8,6 +8,7 @@
 #include "bridge/display_control.h"
 #include "model/customisation.h"
 #include "model/type_names.h"
+#include "support/diagnostic.h"
 #include "support/output_file.h"
 #include "support/progress_log.h"
 #include "text/value_text.h"
@@ -244,13 +245,23 @@ int ReverseToXml(int database, int placeholders, const char* path) {
     const int result = Call_ZEL_ApplicationProfiles_GetCustomization(database, &root);
     if (result != 0) {
         ReleaseLibraryAnswers();  // whatever the library took before it failed
+        Report(Diagnostic::Error("installed-set-unavailable", FileLocation(AddSourceName(path)),
+                                 "the installed database cannot be fetched from the "
+                                 "display-control library; no XML is written"));
         return result;
     }
     const std::string bytes = ReverseXmlBytes(root, placeholders);
     ReleaseLibraryAnswers();  // the fetched tree is not needed once the text exists
-    if (WriteOutputFile(path, {.bytes = std::as_bytes(std::span(bytes))}, true).error !=
-        OutputError::kNone) {
+    const OutputResult written =
+        WriteOutputFile(path, {.bytes = std::as_bytes(std::span(bytes))}, true);
+    if (written.error != OutputError::kNone) {
         LogFormat(L"ERROR, Unable to write XML file: - %s\n", path);
+        Report(Diagnostic::Error(
+            "cannot-write", FileLocation(AddSourceName(path)),
+            "the XML is not written: " + (written.error == OutputError::kDanglingLink
+                                              ? std::string("it is a symbolic link to a file that "
+                                                            "does not exist")
+                                              : SystemReason(written.cause))));
         return -1;
     }
     return 0;

@@ -13,7 +13,7 @@
 #include <span>
 #include <string>
 
-#include "support/diagnostics.h"
+#include "support/diagnostic.h"
 #include "support/log_line_format.h"
 #include "support/output_file.h"
 #include "support/utf8_encode.h"
@@ -22,7 +22,6 @@
 namespace qk {
 
 int g_bCreateLog = 0;
-bool g_bFormatAlways = false;
 wchar_t g_strLogFile[kLogFileNameUnits];
 wchar_t g_strLog[kLogBufferUnits];
 
@@ -68,9 +67,6 @@ bool OpenLogFile(int mode) {
 }  // namespace
 
 void ProgressLog(const wchar_t* text, int mode) {
-    if (g_bFormatAlways) {
-        DiagnoseLogMessage(text);
-    }
     if (g_bCreateLog == 0 || (g_logSink == nullptr && !OpenLogFile(mode))) {
         return;
     }
@@ -98,23 +94,8 @@ void LogFormatted(std::size_t bound, const wchar_t* format, ...) {
     va_end(arguments);
 }
 
-void ReportError(const wchar_t* line) {
-    // Under --strict the log line itself becomes the diagnostic on standard error.
-    if (!IsStrict()) {
-        const std::string bytes = EncodeUtf8(line);
-        std::fwrite(bytes.data(), 1, bytes.size(), stderr);
-        std::fflush(stderr);
-    }
-    ProgressLog(line, 0);
-}
-
 void SetCreateLog(int on) {
     g_bCreateLog = on;
-}
-
-void SetStrictLogging(bool on) {
-    g_bFormatAlways = on;
-    SetStrict(on);
 }
 
 bool SetLogFile(const wchar_t* name) {
@@ -128,9 +109,10 @@ bool SetLogFile(const wchar_t* name) {
 
 namespace {
 
-// The copy's complaints go to standard error: the log is finished by then.
-void ReportCopyError(const char* name, const char* why) {
-    std::fprintf(stderr, "ERROR, the progress log could not be copied to \"%s\": %s\n", name, why);
+// The copy's complaints are diagnostics only: the log is finished by then.
+void ReportCopyError(const char* name, const std::string& why) {
+    Report(Diagnostic::Error("log-copy", FileLocation(AddSourceName(name)),
+                             "the progress log could not be copied here: " + why));
 }
 
 bool IsTheLogItself(const char* name) {
@@ -152,7 +134,7 @@ void CopyLogTo(const char* name) {
     }
     const int log = open(kLogFileName, O_RDONLY | O_CLOEXEC);
     if (log < 0) {
-        ReportCopyError(name, std::strerror(errno));
+        ReportCopyError(name, SystemReason(errno));
         return;
     }
     const OutputResult result = WriteOutputFile(name, {.bytes = {}, .source = log}, false);
@@ -160,7 +142,7 @@ void CopyLogTo(const char* name) {
     if (result.error != OutputError::kNone) {
         ReportCopyError(name, result.error == OutputError::kDanglingLink
                                   ? "it is a symbolic link to a file that does not exist"
-                                  : std::strerror(result.cause));
+                                  : SystemReason(result.cause));
     }
 }
 
@@ -175,7 +157,6 @@ void ResetProgressLog() {
     }
     g_logFailed = false;
     g_bCreateLog = 0;
-    g_bFormatAlways = false;
     std::wmemset(g_strLogFile, L'\0', kLogFileNameUnits);
     std::wmemset(g_strLog, L'\0', kLogBufferUnits);
 }

@@ -18,40 +18,29 @@ extern wchar_t g_strLogFile[kLogFileNameUnits];
 extern wchar_t g_strLog[kLogBufferUnits];
 
 // Appends text to quillard.log (mode 1 starts a new log). Does nothing while
-// logging is off; the text is on disk when the call returns. Under --strict a
-// problem's message also becomes a diagnostic.
+// logging is off; the text is on disk when the call returns.
 void ProgressLog(const wchar_t* text, int mode);
 
 // The formatting behind LogFormat: logs format and its arguments, cut at bound.
 void LogFormatted(std::size_t bound, const wchar_t* format, ...);
-
-// Set by --strict: every message is formatted, for its diagnostic, also while
-// logging is off.
-extern bool g_bFormatAlways;
 
 // Formats into g_strLog with the usual 4096-character bound and logs it (mode 0).
 // While logging is off nothing is called at all: a run makes tens of thousands
 // of these calls, and without -l every one of them is skipped right here.
 template <typename... Arguments>
 inline void LogFormat(const wchar_t* format, Arguments... arguments) {
-    if (g_bCreateLog != 0 || g_bFormatAlways) {
+    if (g_bCreateLog != 0) {
         LogFormatted(kLogFormatBound, format, arguments...);
     }
 }
 
-// Writes a line (with its own line end) to standard error and to the log: for
-// errors the user must see even without -l (under --strict, as its diagnostic).
-void ReportError(const wchar_t* line);
-
 void SetCreateLog(int on);
-// --strict: messages are formatted and looked at whether or not they are logged.
-void SetStrictLogging(bool on);
 // Stores the -l name; returns false when it does not fit.
 bool SetLogFile(const wchar_t* name);
 
 // Copies quillard.log to name (WriteOutputFile: links and modes as for the
 // blob). When quillard.log could not be written in this run, or the copy fails,
-// nothing is copied and an ERROR line goes to standard error.
+// nothing is copied and a diagnostic says why.
 void CopyLogTo(const char* name);
 
 // Where each encoded line goes instead of quillard.log, for fuzzers that run

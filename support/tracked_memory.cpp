@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/chunk_arena.h"
+#include "support/diagnostic.h"
 #include "support/fatal_exit.h"
 #include "support/progress_log.h"
 
@@ -70,6 +71,7 @@ void ReleaseBlocks() {
 
 [[noreturn]] void OutOfMemoryExit() {
     ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
+    ReportOutOfMemory();
     FreeAll();
     throw FatalExit{0};
 }

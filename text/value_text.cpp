@@ -1,5 +1,6 @@
 #include "text/value_text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -10,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "support/diagnostics.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
+#include "support/utf8_encode.h"
 #include "text/wide_string.h"
 
 namespace qk {
@@ -21,6 +22,16 @@ namespace {
 
 constexpr std::size_t kWorkingUnits = 16384;
 constexpr std::size_t kMaxHexDigits = 31;
+
+std::string g_problem;
+
+void NoteProblem(std::string why) {
+    g_problem = std::move(why);
+}
+
+std::string Shown(std::wstring_view text) {
+    return "\"" + EncodeUtf8(std::wstring(text).c_str()) + "\"";
+}
 
 int HexValue(wchar_t digit) {
     if (digit >= L'0' && digit <= L'9') {
@@ -43,9 +54,11 @@ bool HasHexPrefix(std::wstring_view text) {
 int ParseHexDigits(std::wstring_view digits, std::uint64_t* value) {
     if (digits.empty()) {
         ProgressLog(L"ERROR, Invalid Hex string, too short.\n", 0);
+        NoteProblem("has no digit after \"0x\"");
         return -1;
     }
     if (digits.size() > kMaxHexDigits) {
+        NoteProblem("has more than 31 hexadecimal digits");
         LogFormat(L"ERROR, Hex string longer than %d digits.\n", static_cast<int>(kMaxHexDigits));
         return -1;
     }
@@ -54,6 +67,8 @@ int ParseHexDigits(std::wstring_view digits, std::uint64_t* value) {
         const int nibble = HexValue(digit);
         if (nibble < 0) {
             ProgressLog(L"StringToDword ERROR: Invalid character for Hex string.\n", 0);
+            NoteProblem("holds " + Shown(std::wstring_view(&digit, 1)) +
+                        ", which is not a hexadecimal digit");
             return -1;
         }
         number = (number << 4) | static_cast<std::uint64_t>(nibble);
@@ -62,33 +77,26 @@ int ParseHexDigits(std::wstring_view digits, std::uint64_t* value) {
     return 0;
 }
 
-// Under --strict, a value text that the conversion takes only in part (or not
-// at all) is an error the log does not show: "sixty" stores 0, "60abc" 60.
-void ReportInexact(const wchar_t* type, const wchar_t* text, const wchar_t* why) {
-    if (IsStrict()) {
-        ReportProblem(Severity::kError, std::wstring(type) + L" value \"" + text + L"\" " + why);
-    }
+// A value text that the conversion takes only in part (or not at all) is a
+// problem the log does not show: "sixty" stores 0, "60abc" 60.
+void ReportInexact(const char* why, std::int64_t stored) {
+    NoteProblem(std::string(why) + " (" + std::to_string(stored) + " is stored)");
 }
 
 // Decimal text read the way strtoll reads it, saturating at the given range.
 std::int64_t ParseDecimal(const wchar_t* text, std::int64_t lowest, std::int64_t highest,
-                          const wchar_t* type) {
+                          const wchar_t* /*type*/) {
     const char* narrow = wctochar(text);
     errno = 0;
     char* end = nullptr;
     const long long number = std::strtoll(narrow, &end, 10);
+    const std::int64_t stored = std::clamp<long long>(number, lowest, highest);
     if (end == narrow || *end != '\0' || std::iswspace(static_cast<wint_t>(text[0]))) {
-        ReportInexact(type, text, L"is not a decimal number");
+        ReportInexact("is not a decimal number", stored);
     } else if (errno == ERANGE || number < lowest || number > highest) {
-        ReportInexact(type, text, L"is out of range");
+        ReportInexact("is out of range", stored);
     }
-    if (number < lowest) {
-        return lowest;
-    }
-    if (number > highest) {
-        return highest;
-    }
-    return number;
+    return stored;
 }
 
 }  // namespace
@@ -101,15 +109,18 @@ int StringToInt(const wchar_t* token, std::uint32_t* byte) {
     }
     if (!HasHexPrefix(text)) {
         ProgressLog(L"ERROR, Improperly formed Hex string.\n", 0);
+        NoteProblem("has byte " + Shown(text) + ", which does not start with \"0x\"");
         return -1;
     }
     const std::wstring_view digits = text.substr(2);
     if (digits.empty()) {
         ProgressLog(L"ERROR, Invalid Hex string, too short.\n", 0);
+        NoteProblem("has a byte \"0x\" without digits");
         return -1;
     }
     if (digits.size() > 2) {
         ProgressLog(L"Hex string too long, not supported\n", 0);
+        NoteProblem("has byte " + Shown(text) + ", with more than two hexadecimal digits");
         return -1;
     }
     std::uint32_t value = 0;
@@ -117,6 +128,8 @@ int StringToInt(const wchar_t* token, std::uint32_t* byte) {
         const int nibble = HexValue(digit);
         if (nibble < 0) {
             ProgressLog(L"invalid character, not supported\n", 0);
+            NoteProblem("has byte " + Shown(text) + ", where " +
+                        Shown(std::wstring_view(&digit, 1)) + " is not a hexadecimal digit");
             return -1;
         }
         value = (value << 4) | static_cast<std::uint32_t>(nibble);
@@ -128,9 +141,11 @@ int StringToInt(const wchar_t* token, std::uint32_t* byte) {
 int TextToBinary(const wchar_t* text, std::uint32_t** words) {
     const std::wstring_view whole(text);
     if (whole.size() < 3) {
+        NoteProblem("is shorter than 3 characters: a Binary value is bytes such as 0x01,0xFF");
         return 0;
     }
     if (whole.size() >= kWorkingUnits) {
+        NoteProblem("is longer than 16383 characters");
         LogFormat(L"ERROR, Binary value text longer than %d characters.\n",
                   static_cast<int>(kWorkingUnits - 1));
         return -1;
@@ -170,7 +185,7 @@ int StringToDword(const wchar_t* text, std::uint32_t* value) {
             return -1;
         }
         if (whole.size() - 2 > 8) {
-            ReportInexact(L"Dword", text, L"has more than 8 hexadecimal digits");
+            NoteProblem("has more than 8 hexadecimal digits (only the last 8 are stored)");
         }
         *value = static_cast<std::uint32_t>(number);
         return 0;
@@ -188,10 +203,13 @@ int StringToQword(const wchar_t* text, std::uint64_t* value) {
         return 0;
     }
     if (HasHexPrefix(whole)) {
-        if (whole.size() - 2 > 16) {
-            ReportInexact(L"Qword", text, L"has more than 16 hexadecimal digits");
+        if (ParseHexDigits(whole.substr(2), value) != 0) {
+            return -1;
         }
-        return ParseHexDigits(whole.substr(2), value);
+        if (whole.size() - 2 > 16) {
+            NoteProblem("has more than 16 hexadecimal digits (only the last 16 are stored)");
+        }
+        return 0;
     }
     *value = static_cast<std::uint64_t>(ParseDecimal(text, std::numeric_limits<std::int64_t>::min(),
                                                      std::numeric_limits<std::int64_t>::max(),
@@ -229,7 +247,16 @@ int TextToBoolean(const wchar_t* text, int* value) {
         }
     }
     LogFormat(L"Boolean conversion error: Unknown string: - %ls.\n", text);
+    NoteProblem("is not a Boolean word (Enabled, True, On, 1, Disabled, False, Off, 0)");
     return -1;
+}
+
+const std::string& LastValueProblem() {
+    return g_problem;
+}
+
+void ClearValueProblem() {
+    g_problem.clear();
 }
 
 wchar_t HexChar(unsigned short number) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace qk {
 
@@ -14,6 +15,12 @@ int StringToDword(const wchar_t* text, std::uint32_t* value);
 int QwordToBinary(const wchar_t* text, std::uint64_t* value);
 int StringToQword(const wchar_t* text, std::uint64_t* value);
 int TextToBoolean(const wchar_t* text, int* value);
+
+// Why the last conversion failed, or took its text only in part ("60abc"
+// stores 60): empty when it took all of it. The reader reports it at the
+// value's place. Cleared by ClearValueProblem.
+const std::string& LastValueProblem();
+void ClearValueProblem();
 
 wchar_t HexChar(unsigned short number);
 // The buffer holds the template "0x00000000" (or the Qword one); the digits are

@@ -89,4 +89,22 @@ wchar_t* TrackedCopy(const wchar_t* text, std::size_t length) {
     return copy;
 }
 
+bool WidenText(const char* text, std::wstring& out) {
+    constexpr std::size_t kMaxWideUnits = 8192;  // the bound that chartowc keeps
+    out.clear();
+    const char* at = text;
+    for (; *at != '\0' && static_cast<unsigned char>(*at) < 0x80; ++at) {
+        out.push_back(static_cast<wchar_t>(*at));
+    }
+    if (*at == '\0') {
+        return out.size() <= kMaxWideUnits;
+    }
+    const wchar_t* wide = chartowc(text);
+    if (wide == nullptr) {
+        return false;
+    }
+    out.assign(wide);
+    return true;
+}
+
 }  // namespace qk

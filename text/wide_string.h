@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include <cstddef>
 
 namespace qk {
@@ -8,6 +10,10 @@ namespace qk {
 // character beyond U+FFFF gives its two surrogates). Null for a null argument,
 // invalid or incomplete UTF-8, or more than 8192 UTF-16 units.
 wchar_t* chartowc(const char* text);
+// UTF-8 text widened into out, the reused buffer of a caller that widens many
+// texts: plain ASCII, by far the most common, in one pass and without a tracked
+// copy. False where chartowc would give null (invalid, or over 8192 units).
+bool WidenText(const char* text, std::wstring& out);
 wchar_t* MakeWc(const char* text);
 
 // The text, or the empty text for null.

@@ -3,6 +3,8 @@
 #include <cwchar>
 #include <unordered_set>
 
+#include "model/record_places.h"
+#include "support/diagnostic.h"
 #include "support/progress_log.h"
 #include "xmlinput/name_lookup.h"
 
@@ -29,6 +31,33 @@ void StoreName(std::vector<const wchar_t*>& list, std::size_t slot, const wchar_
     }
 }
 
+// The first property of one list that the other lacks, in words.
+std::string MissingPropertyText(const wchar_t* firstName, const wchar_t* secondName) {
+    const auto missing = [](const std::vector<const wchar_t*>& from,
+                            const std::vector<const wchar_t*>& in) -> const wchar_t* {
+        for (const wchar_t* name : from) {
+            if (name == nullptr) {
+                break;
+            }
+            bool found = false;
+            for (const wchar_t* other : in) {
+                found = found || SameName(name, other);
+            }
+            if (!found) {
+                return name;
+            }
+        }
+        return nullptr;
+    };
+    if (const wchar_t* name = missing(g_propertyNames_1, g_propertyNames_2)) {
+        return Quoted(secondName) + " lacks property " + Quoted(name);
+    }
+    if (const wchar_t* name = missing(g_propertyNames_2, g_propertyNames_1)) {
+        return Quoted(firstName) + " lacks property " + Quoted(name);
+    }
+    return "their property names differ";
+}
+
 }  // namespace
 
 int checkXML() {
@@ -52,16 +81,20 @@ int startComparison(const wchar_t* firstName, const wchar_t* secondName, int pai
     }
     bool foundFirst = false;
     bool foundSecond = false;
+    const Area* firstArea = nullptr;
+    const Area* secondArea = nullptr;
     int firstCount = 0;
     int secondCount = 0;
     for (const Area* area = root->lpAreas; area != nullptr; area = area->lpNext) {
         const wchar_t* driver = area->lpDriver != nullptr ? area->lpDriver->strName : nullptr;
         if (SameName(driver, firstName)) {
             foundFirst = true;
+            firstArea = firstArea != nullptr ? firstArea : area;
             firstCount += countProperties(area, firstName, pairIndex);
             LogFormat(L"Total number of properties for %ls: %d\n", firstName, firstCount);
         } else if (SameName(driver, secondName)) {
             foundSecond = true;
+            secondArea = secondArea != nullptr ? secondArea : area;
             secondCount += countProperties(area, secondName, pairIndex);
             LogFormat(L"Total number of properties for %ls: %d\n", secondName, secondCount);
         }
@@ -70,8 +103,17 @@ int startComparison(const wchar_t* firstName, const wchar_t* secondName, int pai
         LogFormat(L"SUCCESS - Skipped matching drivers: %ls and %ls.\n", firstName, secondName);
         return 0;
     }
+    const auto mismatch = [&](const std::string& why) {
+        Report(Diagnostic::Error("driver-pair-mismatch", RecordPlace(firstArea),
+                                 "the dynamic-switching areas " + Quoted(firstName) + " and " +
+                                     Quoted(secondName) + " must define the same properties: " +
+                                     why + "; no blob is written")
+                   .Note(RecordPlace(secondArea), "area " + Quoted(secondName) + " is here"));
+    };
     if (firstCount != secondCount) {
         LogFormat(L"ERROR -  Drivers: %ls and %ls have no matches.\n", firstName, secondName);
+        mismatch(Quoted(firstName) + " has " + std::to_string(firstCount) + ", " +
+                 Quoted(secondName) + " has " + std::to_string(secondCount));
         return 1;
     }
     if (matchProperties() == 0) {
@@ -82,6 +124,7 @@ int startComparison(const wchar_t* firstName, const wchar_t* secondName, int pai
         L"ERROR -  Drivers: %ls and %ls have same number of properties, but different "
         L"property names.\n",
         firstName, secondName);
+    mismatch(MissingPropertyText(firstName, secondName));
     return 1;
 }
 

@@ -1,30 +1,27 @@
 #include "xmlinput/file_reader.h"
 
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
-#include "blob/string_table.h"
 #include "blob/version_string.h"
 #include "bridge/display_control.h"
 #include "model/file_kind.h"
-#include "support/diagnostics.h"
+#include "model/record_places.h"
+#include "support/fatal_exit.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
-#include "text/value_text.h"
+#include "support/utf8_encode.h"
+#include "text/closest_name.h"
 #include "text/wide_string.h"
 #include "xmlinput/consistency.h"
+#include "xmlinput/known_names.h"
 #include "xmlinput/name_lookup.h"
 #include "xmlinput/privacy_policy.h"
+#include "xmlinput/reader_state.h"
 #include "xmlinput/record_fill.h"
-#include "xmlinput/value_conversion.h"
 #include "xmlinput/walk_and_delete.h"
-#include "xmlinput/xml_load.h"
 
 namespace qk {
 
@@ -32,42 +29,7 @@ int g_bFirstFile = 1;
 
 namespace {
 
-constexpr std::size_t kTextUnits = 16384;     // element text, terminator included
-constexpr std::size_t kWordUnits = 4096;      // one word, terminator included
-constexpr std::size_t kAreaNameUnits = 256;   // the area named by the last Area attribute
-constexpr std::size_t kMaxPropertyName = 15;  // code units
-constexpr std::size_t kMaxWideUnits = 8192;   // longest text chartowc converts
-
-enum Context { kNoContext = 0, kPropertyText = 1, kValueText = 2, kUseText = 3 };
-
-// Element text is widened as UTF-8, like attribute values; plain ASCII, by far
-// the most common, is widened in one pass into the reused buffer and needs no
-// tracked copy.
-bool WidenWord(const char* word, std::wstring& out) {
-    out.clear();
-    const char* at = word;
-    for (; *at != '\0' && static_cast<unsigned char>(*at) < 0x80; ++at) {
-        out.push_back(static_cast<wchar_t>(*at));
-    }
-    if (*at == '\0') {
-        return out.size() <= kMaxWideUnits;  // the bound that chartowc keeps
-    }
-    const wchar_t* wide = chartowc(word);
-    if (wide == nullptr) {
-        return false;
-    }
-    out.assign(wide);
-    return true;
-}
-
-// Names the record that diagnostics are about while it lives.
-class RecordNamed {
-  public:
-    explicit RecordNamed(std::wstring record) { SetDiagnosticRecord(std::move(record)); }
-    ~RecordNamed() { SetDiagnosticRecord({}); }
-    RecordNamed(const RecordNamed&) = delete;
-    RecordNamed& operator=(const RecordNamed&) = delete;
-};
+constexpr std::size_t kAreaNameUnits = 256;  // the area named by the last Area attribute
 
 template <typename T>
 void InsertAfter(T* previous, T* record, T*& head) {
@@ -80,101 +42,49 @@ void InsertAfter(T* previous, T* record, T*& head) {
     }
 }
 
-// One call of ReadOneFile: the cursors and flags of the walk over one document.
-class FileReader {
-  public:
-    explicit FileReader(const char* path) : path_(path) {
-        widePath_ = chartowc(path);
-        if (widePath_ == nullptr) {
-            widePath_ = TrackedCopy(L"");
-        }
+std::string Hint(const wchar_t* word, const std::vector<std::wstring_view>& known) {
+    return EncodeUtf8(ClosestName(std::wstring_view(OrEmpty(word)), known).c_str());
+}
+
+std::string ElementHint(std::string_view element) {
+    return ClosestName(element, {"customisations", "properties", "area", "property", "profiles",
+                                 "profile", "value", "applications", "application", "use"});
+}
+
+}  // namespace
+
+FileReader::FileReader(const char* path) : path_(path) {
+    widePath_ = chartowc(path);
+    if (widePath_ == nullptr) {
+        widePath_ = TrackedCopy(L"");
     }
-
-    int Read();
-
-  private:
-    void Start();
-    int HandleNode(mxml_node_t* node);
-    int HandleElement(mxml_node_t* node);
-    void HandleGroup(const char* element);
-    int HandleAttribute(const char* element, int index, const wchar_t* name, const wchar_t* value);
-    void HandleCustomisations(const wchar_t* name, const wchar_t* value);
-    void HandleArea(int index, const wchar_t* name, const wchar_t* value);
-    int HandleProperty(const wchar_t* name, const wchar_t* value);
-    void HandleApplication(const wchar_t* name, const wchar_t* value);
-    void HandleProfile(const wchar_t* name, const wchar_t* value);
-    void HandleValue(int index, const wchar_t* name, const wchar_t* value);
-    void HandleUse(const wchar_t* name, const wchar_t* value);
-    int HandleWord(const char* word);
-    int HandleEmptyText();
-    void TextForValue();
-    // The value being read, for diagnostics (only computed under --strict).
-    std::wstring ValueName() const;
-    void TextForUse();
-    void Finish();
-
-    bool CopyAreaName(const wchar_t* value);
-    Area* AppendNewArea();
-    Profile* NextProfile();
-    void FillCurrentProfile(const wchar_t* name, const wchar_t* value);
-    void DropValue();
-    void DropValueWithoutProperty();
-    void TakeUseAway();
-    void FlushPendingWord();
-    void RemoveValuesWithoutData();
-
-    const char* path_;
-    const wchar_t* widePath_;
-    Customisations* root_ = g_lpCustomisations;
-
-    Area* area_ = nullptr;
-    Driver* driver_ = nullptr;
-    Property* property_ = nullptr;
-    Area* propertyArea_ = nullptr;  // the area whose list holds property_
-    Profile* profile_ = nullptr;
-    Value* value_ = nullptr;
-    Value* previousValue_ = nullptr;
-    Application* application_ = nullptr;
-    Use* use_ = nullptr;
-
-    int context_ = kNoContext;
-    bool propertyComplete_ = false;
-    bool recordComplete_ = false;
-    bool applicationComplete_ = false;
-    bool useComplete_ = false;
-    bool valueValid_ = false;
-    bool useValid_ = false;
-    bool pendingWord_ = false;
-    bool lastWasText_ = false;
-
-    std::wstring text_;
-    std::wstring word_;
-    std::wstring attributeName_;
-    std::wstring attributeValue_;
-    wchar_t areaName_[kAreaNameUnits] = {};
-    // A text value takes its copy when its text is complete, not once per word.
-    Value* pendingTextValue_ = nullptr;
-    // Values linked by this file, checked for data when the file ends.
-    std::vector<std::pair<Profile*, Value*>> linkedValues_;
-};
+}
 
 int FileReader::Read() {
     XmlLoadError why = XmlLoadError::kNone;
-    XmlDocument document(LoadXmlDocument(path_, &why));
-    if (!document) {
+    LoadedXml loaded;
+    if (!LoadXmlDocument(path_, loaded, &why)) {
         if (why == XmlLoadError::kNotWellFormed) {
             LogFormat(L"Invalid XML detected: %ls\n", widePath_);
         }
         return -2;
     }
+    return Read(std::move(loaded));
+}
+
+int FileReader::Read(LoadedXml&& loaded) {
+    loaded_ = std::move(loaded);
+    nodePlaces_ = NodePlaces(loaded_.file, &loaded_.nodeOffsets);
+    place_ = textPlace_ = usePlace_ = ElementPlace{loaded_.file};
     LogFormat(L"ReadOneFile loaded XML file: %s\n", path_);
     Start();
     const auto handle = [this](mxml_node_t* node) { return HandleNode(node); };
-    if (const int result = WalkAndDelete(document.get(), handle); result != 0) {
-        return result;
+    const int result = WalkAndDelete(loaded_.document.get(), handle);
+    if (result == 0) {
+        Finish();
     }
-    Finish();
-    return 0;
+    ReleaseSourceText(loaded_.file);
+    return result;
 }
 
 void FileReader::Start() {
@@ -207,19 +117,6 @@ int FileReader::HandleNode(mxml_node_t* node) {
     }
 }
 
-void FileReader::FlushPendingWord() {
-    if (!pendingWord_) {
-        return;
-    }
-    if (pendingTextValue_ != nullptr) {
-        pendingTextValue_->lpData = TrackedCopy(text_.c_str(), text_.size());
-        pendingTextValue_->iDataLength = 0;
-        pendingTextValue_ = nullptr;
-    }
-    AddToWordsArray(text_.c_str(), text_.size());
-    pendingWord_ = false;
-}
-
 int FileReader::HandleElement(mxml_node_t* node) {
     FlushPendingWord();
     if (lastWasText_) {
@@ -231,6 +128,7 @@ int FileReader::HandleElement(mxml_node_t* node) {
     if (element == nullptr) {
         return 0;
     }
+    place_ = nodePlaces_.Next(element);
     LogFormat(L"XML node Text, 1: - %s\n", element);
     const int count = mxmlElementGetAttrCount(node);
     if (count <= 0) {
@@ -238,17 +136,22 @@ int FileReader::HandleElement(mxml_node_t* node) {
         return 0;
     }
     for (int index = 0; index < count; ++index) {
-        const char* name = nullptr;
-        const char* value = mxmlElementGetAttrByIndex(node, index, &name);
-        if (name == nullptr) {
+        const char* attribute = nullptr;
+        const char* value = mxmlElementGetAttrByIndex(node, index, &attribute);
+        if (attribute == nullptr) {
             continue;
         }
-        if (!WidenWord(name, attributeName_) ||
-            !WidenWord(value != nullptr ? value : "", attributeValue_)) {
+        // The checked text holds whole UTF-8 characters, so only a text too
+        // long for the tool fails here.
+        if (!WidenText(attribute, attributeName_) ||
+            !WidenText(value != nullptr ? value : "", attributeValue_)) {
             LogFormat(
                 L"ERROR: - attribute #%d of element %s is not valid UTF-8 or too long, it is "
                 L"ignored.\n",
                 index, element);
+            Report(
+                Diagnostic::Error("text-too-long", AttributeNameLocation(place_, attribute),
+                                  "the attribute is longer than 8192 characters and is ignored"));
             continue;
         }
         const wchar_t* wideName = attributeName_.c_str();
@@ -263,16 +166,22 @@ int FileReader::HandleElement(mxml_node_t* node) {
 }
 
 void FileReader::HandleGroup(const char* element) {
-    if (std::strcmp(element, "properties") == 0) {
+    const std::string_view name(element);
+    insideIgnoredGroup_ = false;
+    if (name == "properties") {
         if (g_appProfileMode == kOemFile) {
             LogFormat(
                 L"ERROR, in OEM xml file, 'properties' element is found and this is not "
                 L"allowed, it will be ignored\n");
+            Report(Diagnostic::Error("properties-in-oem-file", Here(),
+                                     "an OEM file may not hold a <properties> group; it is "
+                                     "ignored"));
         }
+        insideIgnoredGroup_ = IsUserOrOem();
         g_bFirstFile = 0;
-    } else if (std::strcmp(element, "profiles") == 0) {
+    } else if (name == "profiles") {
         // nothing to do: profiles attach by their own attributes
-    } else if (std::strcmp(element, "applications") == 0) {
+    } else if (name == "applications") {
         recordComplete_ = true;
         useComplete_ = true;
         if (IsUserOrOem()) {
@@ -280,6 +189,19 @@ void FileReader::HandleGroup(const char* element) {
         }
     } else {
         LogFormat(L"ERROR: - Unknown group found: - %s.\n", element);
+        if (name.starts_with("!--")) {
+            return;  // a comment: the log names it, but nothing is wrong
+        }
+        if (name.starts_with("![CDATA[") || name.starts_with('?')) {
+            Report(Diagnostic::Warning("markup-not-read", Here(),
+                                       name.starts_with('?')
+                                           ? "processing instructions are not read"
+                                           : "the text of a CDATA section is not read"));
+            return;
+        }
+        Report(Diagnostic::Error("unknown-element", Here(),
+                                 "unknown element <" + std::string(name) + ">: it is ignored")
+                   .Suggest(ElementHint(name)));
     }
 }
 
@@ -293,27 +215,45 @@ int FileReader::HandleAttribute(const char* element, int index, const wchar_t* n
     } else if (kind == "property") {
         return HandleProperty(name, value);
     } else if (kind == "application") {
-        HandleApplication(name, value);
+        HandleApplication(index, name, value);
     } else if (kind == "profile") {
-        HandleProfile(name, value);
+        HandleProfile(index, name, value);
     } else if (kind == "value") {
         HandleValue(index, name, value);
     } else if (kind == "use") {
         HandleUse(name, value);
     } else {
         LogFormat(L"ERROR: - ELEMENT not captured: - %s\n", element);
+        if (index == 0) {
+            Report(Diagnostic::Error("unknown-element", Here(),
+                                     "unknown element <" + std::string(kind) +
+                                         ">: it and its attributes are ignored")
+                       .Suggest(ElementHint(kind)));
+        }
     }
     return 0;
 }
 
 void FileReader::HandleCustomisations(const wchar_t* name, const wchar_t* value) {
+    static ElementPlace header;  // the first file's header, for the mismatch note
     if (g_bFirstFile != 0) {
+        header = place_;
         // The release text of the run replaces the file's when the file ends.
         if (!NameIs(name, L"Release")) {
-            FillCustomisationStrings(name, value);
+            FillCustomisationStrings(name, value, place_);
         }
-    } else if (CompareCustomisation(name, value) == 0) {
+    } else if (CompareCustomisation(name, value, place_) == 0) {
         LogFormat(L"WARNING: Customisation header mismatches: - %ls\n", widePath_);
+        if (NameIs(name, L"Content") || NameIs(name, L"Release") || NameIs(name, L"Format")) {
+            const std::string attribute = EncodeUtf8(name);
+            Report(
+                Diagnostic::Warning(
+                    "header-mismatch", AttributeValueLocation(place_, attribute),
+                    attribute + " " + Quoted(value) + " differs from the set's; the set's is kept")
+                    .Note(AttributeValueLocation(header, attribute),
+                          NameIs(name, L"Release") ? "the set's Release is the run's version string"
+                                                   : "the set's header is here"));
+        }
     }
 }
 
@@ -328,6 +268,7 @@ void FileReader::HandleArea(int index, const wchar_t* name, const wchar_t* value
             InvalidateNameLookups();
         }
         area_ = area;
+        NoteRecordPlace(area, Here());
     }
     if (area_->lpDriver != nullptr) {
         LogFormat(L"Driver already allocated: - %s\n", path_);
@@ -336,7 +277,7 @@ void FileReader::HandleArea(int index, const wchar_t* name, const wchar_t* value
         driver_ = area_->lpDriver;
     }
     const wchar_t* before = driver_->strName;
-    FillDriver(driver_, name, value);
+    FillDriver(driver_, name, value, place_);
     if (driver_->strName != before) {
         if (area_->lpDriver == driver_) {
             NoteAreaNamed(area_);
@@ -351,6 +292,8 @@ int FileReader::HandleProperty(const wchar_t* name, const wchar_t* value) {
         return 0;
     }
     if (area_ == nullptr) {
+        Report(Diagnostic::Error("property-outside-area", Here(),
+                                 "<property> stands before any <area>: the file is refused"));
         return -1;
     }
     if (area_->lpProperties == nullptr || propertyComplete_ || propertyArea_ != area_ ||
@@ -363,28 +306,40 @@ int FileReader::HandleProperty(const wchar_t* name, const wchar_t* value) {
         propertyComplete_ = false;
         property_ = property;
         propertyArea_ = area_;
+        NoteRecordPlace(property, Here());
     }
-    FillProperty(property_, name, value);
+    FillProperty(property_, name, value, place_);
     context_ = kPropertyText;
+    textPlace_ = place_;
     return 0;
 }
 
-void FileReader::HandleApplication(const wchar_t* name, const wchar_t* value) {
+void FileReader::HandleApplication(int index, const wchar_t* name, const wchar_t* value) {
     if (root_->lpApplications == nullptr || applicationComplete_ || application_ == nullptr) {
         Application* after = application_ != nullptr ? application_ : GetLastValidApplication();
         auto* application = AllocateRecord<Application>();
         InsertAfter(after, application, root_->lpApplications);
         applicationComplete_ = false;
         application_ = application;
+        newApplications_.push_back(application);
+        NoteRecordPlace(application, Here());
+    } else if (index == 0 && application_->lpUses == nullptr &&
+               (application_->strTitle != nullptr || application_->strFile != nullptr)) {
+        Report(Diagnostic::Warning("application-refilled", Here(),
+                                   "the application before this one has no use, so this "
+                                   "<application> fills its record again")
+                   .Note(RecordPlace(application_), "the application before it"));
     }
     use_ = nullptr;
-    FillApplication(application_, name, value);
+    FillApplication(application_, name, value, place_);
 }
 
 bool FileReader::CopyAreaName(const wchar_t* value) {
     const std::size_t length = std::wcslen(value);
     if (length >= kAreaNameUnits) {
         LogFormat(L"ERROR: - Area name is too long: - %ls\n", value);
+        Report(Diagnostic::Error("name-too-long", ValueHere("Area"),
+                                 "the area name is longer than 255 characters"));
         return false;
     }
     std::wmemcpy(areaName_, value, length + 1);
@@ -399,20 +354,28 @@ Area* FileReader::AppendNewArea() {
     area->lpDriver = AllocateRecord<Driver>();
     area_ = area;
     driver_ = area->lpDriver;
+    NoteRecordPlace(area, Here());
     return area;
 }
 
-void FileReader::HandleProfile(const wchar_t* name, const wchar_t* value) {
+void FileReader::HandleProfile(int index, const wchar_t* name, const wchar_t* value) {
     if (IsUserOrOem()) {
         if (NameIs(name, L"Area") && !CopyAreaName(value)) {
             return;
         }
-        if (PrivacyRefuses(areaName_, AreaUse::kProfile, nullptr)) {
+        if (index == 0 && !NameIs(name, L"Area")) {
+            Report(Diagnostic::Warning("area-not-first", AttributeHere("Area"),
+                                       "Area must be the first attribute of <profile> in a user "
+                                       "or OEM file; the attributes before it are checked "
+                                       "against the area named before"));
+        }
+        if (PrivacyRefuses(areaName_, AreaUse::kProfile, nullptr, ValueHere("Area"), index == 0)) {
             // The refused profile is not there, so its values must not reach the
             // profile before it.
             profile_ = nullptr;
             value_ = nullptr;
             previousValue_ = nullptr;
+            profileRefused_ = true;
             return;
         }
         if (FindDriver(areaName_) == nullptr) {
@@ -421,8 +384,15 @@ void FileReader::HandleProfile(const wchar_t* name, const wchar_t* value) {
             NoteAreaNamed(area);
         }
     }
+    profileRefused_ = false;
     if (root_->lpProfiles == nullptr || recordComplete_ || profile_ == nullptr) {
         NextProfile();
+    } else if (index == 0 && profile_->strUsage != nullptr) {
+        Report(Diagnostic::Warning("profile-refilled", Here(),
+                                   "profile " + Quoted(profile_->strUsage) +
+                                       " before this one has no values, so this <profile> "
+                                       "takes its place and it is lost")
+                   .Note(RecordPlace(profile_), "the profile without values"));
     }
     value_ = nullptr;
     previousValue_ = nullptr;
@@ -435,43 +405,74 @@ Profile* FileReader::NextProfile() {
     InsertAfter(after, profile, root_->lpProfiles);
     recordComplete_ = false;
     profile_ = profile;
+    newProfiles_.push_back(profile);
+    NoteRecordPlace(profile, Here());
     return profile;
 }
 
 void FileReader::FillCurrentProfile(const wchar_t* name, const wchar_t* value) {
     const wchar_t* before = profile_->strUsage;
-    FillProfile(profile_, name, value);
+    FillProfile(profile_, name, value, place_);
     if (profile_->strUsage != before) {
         NoteProfileNamed(before, profile_->strUsage);
     }
 }
 
-void FileReader::DropValueWithoutProperty() {
+void FileReader::DropValueWithoutProperty(std::string why) {
     LogFormat(L"ERROR: Propery of value is invalid. Value is ignored. \n");
+    Report(Diagnostic::Error("value-dropped", Here(), "this value is dropped: " + why));
     valueValid_ = false;
     context_ = kValueText;
+    textPlace_ = place_;
+}
+
+Property* FileReader::FindValueProperty(const wchar_t* driverName, const wchar_t* name) {
+    try {
+        return FindProperty(driverName, name);
+    } catch (const FatalExit&) {
+        Report(Diagnostic::Error("unknown-property", ValueHere("Property"),
+                                 "unknown property " + Quoted(name) + " in area " +
+                                     Quoted(driverName) + ": the run stops here, without a blob")
+                   .Suggest(Hint(name, KnownPropertyNames(driverName)))
+                   .Note(RecordPlace(profile_), "the value is in profile " +
+                                                    Quoted(OrEmpty(profile_->strUsage)) +
+                                                    " of area " + Quoted(driverName)));
+        throw;
+    }
 }
 
 void FileReader::HandleValue(int index, const wchar_t* name, const wchar_t* value) {
     if (index > 0) {
         // Only the first attribute makes a value; a second one would start another.
         LogFormat(L"ERROR: - Unknown value attributes: - %ls\n", name);
+        ReportUnknownAttribute(place_, "value", name, {"Property"});
         return;
     }
-    if (profile_ == nullptr || profile_->lpDriver == nullptr || !NameIs(name, L"Property")) {
-        DropValueWithoutProperty();
+    if (profile_ == nullptr) {
+        DropValueWithoutProperty(profileRefused_ ? "its profile is refused"
+                                                 : "it stands outside any <profile>");
+        return;
+    }
+    if (profile_->lpDriver == nullptr) {
+        DropValueWithoutProperty("its profile's area is unknown");
+        return;
+    }
+    if (!NameIs(name, L"Property")) {
+        ReportUnknownAttribute(place_, "value", name, {"Property"});
+        DropValueWithoutProperty("it names no property");
         return;
     }
     auto* record = AllocateRecord<Value>();
     valueValid_ = true;
     const wchar_t* driverName = profile_->lpDriver->strName;
     LogFormat(L"Searching Property: %ls\n", OrEmpty(driverName));
-    record->lpProperty = FindProperty(driverName, value);
+    record->lpProperty = FindValueProperty(driverName, value);
+    int askResult = 0;
     if (record->lpProperty == nullptr && IsUserOrOem() && driverName != nullptr) {
         int type = 0;
         Area* owner = nullptr;
-        if (Call_ZEL_ApplicationProfiles_PropertyType_Get(driverName, value, &type) == 0 &&
-            (owner = FindArea(driverName)) != nullptr) {
+        askResult = Call_ZEL_ApplicationProfiles_PropertyType_Get(driverName, value, &type);
+        if (askResult == 0 && (owner = FindArea(driverName)) != nullptr) {
             auto* property = AllocateRecord<Property>();
             property->iType = type;
             property->strName = StoredCopy(value);
@@ -482,7 +483,13 @@ void FileReader::HandleValue(int index, const wchar_t* name, const wchar_t* valu
         }
     }
     if (record->lpProperty == nullptr) {
-        DropValueWithoutProperty();
+        DropValueWithoutProperty(askResult == -1 ? "the installed system set could not be asked "
+                                                   "about property " +
+                                                       Quoted(value)
+                                                 : "area " + Quoted(driverName) +
+                                                       " of the installed system set has no "
+                                                       "property " +
+                                                       Quoted(value));
         return;
     }
     if (profile_->lpValues == nullptr) {
@@ -494,32 +501,42 @@ void FileReader::HandleValue(int index, const wchar_t* name, const wchar_t* valu
         InsertAfter(previousValue_, record, profile_->lpValues);
         value_ = record;
     } else {
+        Report(Diagnostic::Warning("value-dropped", Here(),
+                                   "this value is dropped: the value before it has no text yet"));
         context_ = kValueText;
         return;  // dropped: the current value is still waiting for its text
     }
-    linkedValues_.emplace_back(profile_, record);
+    linkedValues_.push_back({profile_, record, place_.offset});
     recordComplete_ = false;
     context_ = kValueText;
+    textPlace_ = place_;
 }
 
 void FileReader::HandleUse(const wchar_t* name, const wchar_t* value) {
+    textPlace_ = place_;
     if (application_ == nullptr) {
         LogFormat(L"ERROR: - use %ls/%ls found before any application, it is ignored.\n", name,
                   value);
+        Report(Diagnostic::Error("use-outside-application", Here(),
+                                 "<use> stands before any <application>; it is ignored"));
         useValid_ = false;
         context_ = kUseText;
         return;
     }
     auto* use = AllocateRecord<Use>();
     useComplete_ = false;
+    useHadText_ = false;
     useValid_ = true;
     if (NameIs(name, L"Area")) {
         use->lpDriver = FindDriver(value);
         if (use->lpDriver == nullptr && !IsUserOrOem()) {
             LogFormat(L"ERROR: - Driver not found: - %ls\n", value);
+            Report(Diagnostic::Error("unknown-area", ValueHere("Area"),
+                                     "unknown area " + Quoted(value) + " in <use>")
+                       .Suggest(Hint(value, KnownAreaNames())));
         } else if (use->lpDriver == nullptr) {
-            if (!CopyAreaName(value) ||
-                PrivacyRefuses(areaName_, AreaUse::kApplication, application_->strFile)) {
+            if (!CopyAreaName(value) || PrivacyRefuses(areaName_, AreaUse::kApplication,
+                                                       application_->strFile, ValueHere("Area"))) {
                 useValid_ = false;
                 context_ = kUseText;
                 return;
@@ -529,230 +546,15 @@ void FileReader::HandleUse(const wchar_t* name, const wchar_t* value) {
             NoteAreaNamed(area);
             use->lpDriver = area->lpDriver;
         }
+    } else {
+        ReportUnknownAttribute(place_, "use", name, {"Area"});
     }
     if (application_->lpUses == nullptr) {
         application_->lpUses = use;
         use_ = use;
+        usePlace_ = place_;
     }
     context_ = kUseText;
-}
-
-int FileReader::HandleWord(const char* word) {
-    if (!WidenWord(word, word_)) {
-        LogFormat(L"ERROR: - Text is not valid UTF-8 or too long, it is ignored.\n");
-        lastWasText_ = true;
-        return 0;
-    }
-    if (word_.size() >= kWordUnits) {
-        LogFormat(L"ERROR: - maximum string length exceeded, Text word.\n");
-        lastWasText_ = true;
-        return 0;
-    }
-    if (lastWasText_) {
-        if (text_.size() + word_.size() >= kTextUnits) {
-            LogFormat(L"ERROR: - maximum string length exceeded, Text item.\n");
-        } else if (!text_.empty()) {
-            text_.push_back(L' ');
-            text_.append(word_);
-        } else {
-            text_ = word_;
-        }
-    } else {
-        text_ = word_;
-    }
-    LogFormat(L"Text node found: - %ls\n", text_.c_str());
-
-    switch (context_) {
-        case kPropertyText:
-            if (property_ != nullptr) {
-                if (text_.size() > kMaxPropertyName) {
-                    LogFormat(L"ERROR: - Property name is too long: - %ls\n", text_.c_str());
-                    return -2;
-                }
-                const wchar_t* before = property_->strName;
-                property_->strName = TrackedCopy(text_.c_str(), text_.size());
-                pendingWord_ = true;
-                propertyComplete_ = true;
-                NotePropertyNamed(propertyArea_, property_, before);
-            }
-            break;
-        case kValueText:
-            TextForValue();
-            break;
-        case kUseText:
-            TextForUse();
-            break;
-        default:
-            LogFormat(L"ERROR: - Invalid text found: - %ls\n", word_.c_str());
-            break;
-    }
-    lastWasText_ = true;
-    return 0;
-}
-
-void FileReader::DropValue() {
-    valueValid_ = false;
-    if (pendingTextValue_ == value_) {
-        pendingTextValue_ = nullptr;
-    }
-    if (previousValue_ != nullptr && previousValue_->lpNext == value_) {
-        previousValue_->lpNext = nullptr;
-        value_ = previousValue_;
-        return;
-    }
-    if (profile_ == nullptr) {
-        value_ = nullptr;
-        return;
-    }
-    if (profile_->lpValues == value_) {
-        profile_->lpValues = nullptr;
-        value_ = nullptr;
-        return;
-    }
-    value_ = nullptr;
-}
-
-std::wstring FileReader::ValueName() const {
-    if (!IsStrict() || value_ == nullptr) {
-        return {};
-    }
-    const Property* property = value_->lpProperty;
-    const Driver* driver = profile_ != nullptr ? profile_->lpDriver : nullptr;
-    return std::wstring(L"value of property \"") + OrEmpty(property ? property->strName : nullptr) +
-           L"\" in profile \"" + OrEmpty(profile_ ? profile_->strUsage : nullptr) + L"\", area \"" +
-           OrEmpty(driver ? driver->strName : nullptr) + L"\"";
-}
-
-void FileReader::TextForValue() {
-    if (value_ == nullptr || !valueValid_) {
-        return;
-    }
-    if (value_->lpProperty == nullptr) {
-        LogFormat(L"ERROR: Propery of value is invalid. Value is ignored. \n");
-        DropValue();
-        recordComplete_ = true;
-        return;
-    }
-    const RecordNamed named(ValueName());
-    switch (ConvertValueText(value_->lpProperty->iType, text_.c_str(), *value_)) {
-        case Conversion::kStored:
-            break;
-        case Conversion::kText:
-            pendingTextValue_ = value_;
-            pendingWord_ = true;
-            break;
-        case Conversion::kFailed:
-            DropValue();
-            break;
-    }
-    recordComplete_ = true;
-}
-
-void FileReader::TakeUseAway() {
-    if (application_ != nullptr && application_->lpUses == use_) {
-        application_->lpUses = nullptr;
-    }
-    use_ = nullptr;
-}
-
-void FileReader::TextForUse() {
-    if (use_ == nullptr || !useValid_) {
-        return;
-    }
-    if (use_->strProfile != nullptr) {
-        LogFormat(L"ERROR: - usage of USE already assigned.\n");
-        return;
-    }
-    if (FindUseName(text_.c_str()) != 0) {
-        use_->strProfile = StoredCopy(text_.c_str());
-        applicationComplete_ = true;
-        useComplete_ = true;
-        return;
-    }
-    if (!IsUserOrOem()) {
-        LogFormat(L"ERROR: - Unable to find Use profile: - %ls\n", text_.c_str());
-        return;
-    }
-    const wchar_t* areaName =
-        OrEmpty(use_->lpDriver != nullptr ? use_->lpDriver->strName : nullptr);
-    unsigned char exists = 0;
-    if (Call_ZEL_ApplicationProfiles_Profile_Exist(areaName, text_.c_str(), &exists) != 0) {
-        std::fputs("ZEL_ApplicationProfiles_Profile_Exist failed!", stdout);
-        std::fflush(stdout);
-        TakeUseAway();
-    } else if (exists != 0) {
-        // A placeholder for the system profile that the use selects.
-        if (root_->lpProfiles == nullptr || recordComplete_ || profile_ == nullptr) {
-            NextProfile();
-        }
-        value_ = nullptr;
-        previousValue_ = nullptr;
-        FillCurrentProfile(L"Area", areaName);
-        FillCurrentProfile(L"Usage", text_.c_str());
-        use_->strProfile = StoredCopy(text_.c_str());
-    } else {
-        LogFormat(
-            L"XML ERROR, Application %ls use doesn't refer to an existing area %ls profile "
-            L"%ls\n",
-            OrEmpty(application_ != nullptr ? application_->strTitle : nullptr), areaName,
-            text_.c_str());
-        TakeUseAway();
-    }
-    recordComplete_ = true;
-    applicationComplete_ = true;
-    useComplete_ = true;
-}
-
-int FileReader::HandleEmptyText() {
-    FlushPendingWord();
-    if (context_ == kPropertyText && !propertyComplete_) {
-        if (property_ != nullptr) {
-            LogFormat(L"ERROR: Property name is empty.\n");
-            return -2;
-        }
-    } else if (context_ == kValueText && !recordComplete_) {
-        if (value_ != nullptr && valueValid_) {
-            const std::int32_t type =
-                value_->lpProperty != nullptr ? value_->lpProperty->iType : kTypeUnknown;
-            if (const wchar_t* message = EmptyValueMessage(type)) {
-                const RecordNamed named(ValueName());
-                ProgressLog(message, 0);
-                DropValue();
-            } else {
-                // An empty text value: the empty string is what the tree stores.
-                value_->lpData = StoredCopy(L"");
-                value_->iDataLength = 0;
-            }
-            recordComplete_ = true;
-        }
-    } else if (!useComplete_ && use_ != nullptr && useValid_) {
-        LogFormat(L"ERROR: Use profile name is empty.\nApplication Use is ignored.\n");
-        TakeUseAway();
-        recordComplete_ = true;
-        applicationComplete_ = true;
-        useComplete_ = true;
-    }
-    lastWasText_ = true;
-    return 0;
-}
-
-// A value whose text never came (no white space after it, end of the file) would
-// reach the builder without data; it is dropped instead.
-void FileReader::RemoveValuesWithoutData() {
-    for (const auto& [profile, value] : linkedValues_) {
-        if (value->lpData != nullptr) {
-            continue;
-        }
-        for (Value** link = &profile->lpValues; *link != nullptr; link = &(*link)->lpNext) {
-            if (*link == value) {
-                *link = value->lpNext;
-                LogFormat(
-                    L"ERROR: Value of property %ls has no data. Value is ignored.\n",
-                    OrEmpty(value->lpProperty != nullptr ? value->lpProperty->strName : nullptr));
-                break;
-            }
-        }
-    }
 }
 
 void FileReader::Finish() {
@@ -763,13 +565,13 @@ void FileReader::Finish() {
     if (GetVersionString(version) == 0) {
         FillCustomisationStrings(L"Release", version);
     }
+    ReportPrunedApplications();
     RemoveInvalidApplications(root_);
     if (IsUserOrOem()) {
         RemoveUnusedDriverArea(root_);
     }
+    ReportDuplicates();
 }
-
-}  // namespace
 
 int ReadOneFile(const char* path) {
     if (path == nullptr || g_lpCustomisations == nullptr) {
@@ -779,8 +581,18 @@ int ReadOneFile(const char* path) {
     return reader.Read();
 }
 
+int ReadLoadedFile(const char* path, LoadedXml&& loaded) {
+    if (path == nullptr || g_lpCustomisations == nullptr) {
+        return -2;
+    }
+    FileReader reader(path);
+    return reader.Read(std::move(loaded));
+}
+
 void ResetFileReader() {
     g_bFirstFile = 1;
+    ResetDuplicateChecks();
+    ResetRecordPlaces();
     ResetNameLookup();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/customisation.h"
+#include "xmlinput/xml_load.h"
 
 namespace qk {
 
@@ -13,6 +14,10 @@ extern int g_bFirstFile;
 // be opened or is not well-formed or a property name is empty or too long, -1 for
 // a property outside any area in a system file.
 int ReadOneFile(const char* path);
+
+// The same for a file that is already loaded (the directory validator loads
+// each file once for its check and the reading).
+int ReadLoadedFile(const char* path, LoadedXml&& loaded);
 
 // Back to the state of a fresh run (g_bFirstFile set, lookup indexes dropped).
 void ResetFileReader();

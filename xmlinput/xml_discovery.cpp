@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 
+#include <cerrno>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -13,12 +15,14 @@
 #include <vector>
 
 #include "model/file_kind.h"
+#include "support/diagnostic.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "text/utf8_decode.h"
 #include "xmlinput/file_reader.h"
 #include "xmlinput/name_lookup.h"
 #include "xmlinput/xml_load.h"
+#include "xmlinput/xml_place.h"
 
 namespace qk {
 
@@ -48,6 +52,106 @@ bool IsKnownElement(std::string_view name) {
     return std::find(kElements.begin(), kElements.end(), name) != kElements.end();
 }
 
+// The check of a loaded file's shape: 0 valid, -1 invalid, with a diagnostic
+// that says which rule the file breaks.
+int ValidateLoadedXml(const LoadedXml& loaded, int bCountProperties) {
+    bool format = false;
+    bool unknown = false;
+    int properties = 0;
+    int profiles = 0;
+    int applications = 0;
+    ElementPlace header{loaded.file};
+    NodePlaces places(loaded.file, &loaded.nodeOffsets);
+    // The top node itself is not visited: without a declaration that is the
+    // customisations element, whose Format is then never seen.
+    mxml_node_t* top = loaded.document.get();
+    for (mxml_node_t* node = mxmlWalkNext(top, top, MXML_DESCEND); node != nullptr;
+         node = mxmlWalkNext(node, top, MXML_DESCEND)) {
+        if (mxmlGetType(node) != MXML_ELEMENT) {
+            continue;
+        }
+        const char* element = mxmlGetElement(node);
+        const std::string_view name = element != nullptr ? element : "";
+        const ElementPlace place = places.Next(name);
+        if (!IsKnownElement(name)) {
+            unknown = true;
+            LogFormat(L"ERROR, unknown node found: - %ls\n", WidenForLog(element).c_str());
+            Report(Diagnostic::Error(
+                "refused-by-directory-check", ElementLocation(place),
+                name.starts_with("!--")
+                    ? std::string("-p refuses files that hold comments")
+                    : "-p refuses the file: unknown element <" + std::string(name) + ">"));
+        }
+        if (name == "property") {
+            ++properties;
+        } else if (name == "profile") {
+            ++profiles;
+        } else if (name == "application") {
+            ++applications;
+        } else if (name == "customisations") {
+            header = place;
+            const int attributes = mxmlElementGetAttrCount(node);
+            for (int i = 0; i < attributes; ++i) {
+                const char* attribute = nullptr;
+                const char* value = mxmlElementGetAttrByIndex(node, i, &attribute);
+                if (attribute != nullptr && std::strcmp(attribute, "Format") == 0 &&
+                    value != nullptr && isInteger(value) == 0) {
+                    format = true;
+                }
+            }
+        }
+    }
+
+    const bool hasProperties = properties >= 1 || bCountProperties == 0;
+    const bool hasProfiles = profiles >= 1;
+    const auto refuse = [&](const std::string& why) {
+        Report(Diagnostic::Error("refused-by-directory-check", ElementLocation(header),
+                                 "-p refuses the file: " + why));
+        return -1;
+    };
+    if (!format) {
+        return refuse(header.offset == SourceLocation::kNoOffset
+                          ? "it needs an XML declaration before <customisations>, or its Format "
+                            "is never read"
+                          : "<customisations> needs a Format attribute holding a whole number");
+    }
+    if (IsUserOrOem() && applications < 1) {
+        return refuse("a user or OEM file needs at least one <application>");
+    }
+    if (unknown) {
+        return -1;
+    }
+    switch (g_appProfileMode) {
+        case kSystemFile:
+            return hasProperties ? 0 : refuse("a system file needs at least one <property>");
+        case kUserFile:
+            return hasProperties == hasProfiles
+                       ? 0
+                       : refuse(
+                             "a user file needs <property> and <profile> elements, or "
+                             "neither");
+        case kOemFile:
+            return !hasProperties || hasProfiles
+                       ? 0
+                       : refuse("an OEM file with <property> elements needs a <profile>");
+        default:
+            return -1;
+    }
+}
+
+// Loads and validates path; 0 with the document kept in loaded for the reader.
+int LoadAndValidate(const char* path, int bCountProperties, LoadedXml& loaded) {
+    XmlLoadError why = XmlLoadError::kNone;
+    if (!LoadXmlDocument(path, loaded, &why)) {
+        if (why == XmlLoadError::kCannotOpen) {
+            return -1;
+        }
+        LogFormat(L"Invalid XML detected: %ls\n", WidenForLog(path).c_str());
+        return -2;
+    }
+    return ValidateLoadedXml(loaded, bCountProperties);
+}
+
 }  // namespace
 
 int ReadAllXmls(const char* directory, int bCountProperties) {
@@ -55,6 +159,10 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
     XmlFileList list;
     if (directory == nullptr || FindXmlFiles(directory, list.paths) != 0) {
         ProgressLog(L"No XML file found.\n", 0);
+        if (directory != nullptr && list.paths.empty()) {
+            Report(Diagnostic::Error("no-xml-file", FileLocation(AddSourceName(directory)),
+                                     "no .xml file in or below this directory"));
+        }
         return -1;
     }
     if (g_bCreateLog != 0) {
@@ -78,11 +186,12 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
             continue;
         }
         LogFormat(L"File #%d - %ls\n", index, WidenForLog(name).c_str());
-        if (ValidateXmlProfile(name, bCountProperties) != 0) {
+        LoadedXml loaded;
+        if (LoadAndValidate(name, bCountProperties, loaded) != 0) {
             ProgressLog(L"XML Invalid!!!\n", 0);
             return -2;
         }
-        if (ReadOneFile(name) != 0) {
+        if (ReadLoadedFile(name, std::move(loaded)) != 0) {
             LogFormat(L"ERROR, ReadAllXmls, XML file read: - %ls\n", WidenForLog(name).c_str());
             return -2;
         }
@@ -94,6 +203,8 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
 int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
     DIR* listing = opendir(directory);
     if (listing == nullptr) {
+        Report(Diagnostic::Error("cannot-read", FileLocation(AddSourceName(directory)),
+                                 "cannot read the directory: " + SystemReason(errno)));
         return -1;
     }
     // The whole listing is taken and closed before any recursion, so a deep
@@ -143,68 +254,8 @@ int ExtractFileName(const XmlFileList& list, int index, char*& name) {
 }
 
 int ValidateXmlProfile(const char* path, int bCountProperties) {
-    XmlLoadError why = XmlLoadError::kNone;
-    XmlDocument document(LoadXmlDocument(path, &why));
-    if (!document) {
-        if (why == XmlLoadError::kCannotOpen) {
-            return -1;
-        }
-        LogFormat(L"Invalid XML detected: %ls\n", WidenForLog(path).c_str());
-        return -2;
-    }
-    bool format = false;
-    bool unknown = false;
-    int properties = 0;
-    int profiles = 0;
-    int applications = 0;
-    // The top node itself is not visited: without a declaration that is the
-    // customisations element, whose Format is then never seen.
-    mxml_node_t* top = document.get();
-    for (mxml_node_t* node = mxmlWalkNext(top, top, MXML_DESCEND); node != nullptr;
-         node = mxmlWalkNext(node, top, MXML_DESCEND)) {
-        if (mxmlGetType(node) != MXML_ELEMENT) {
-            continue;
-        }
-        const char* element = mxmlGetElement(node);
-        const std::string_view name = element != nullptr ? element : "";
-        if (!IsKnownElement(name)) {
-            unknown = true;
-            LogFormat(L"ERROR, unknown node found: - %ls\n", WidenForLog(element).c_str());
-        }
-        if (name == "property") {
-            ++properties;
-        } else if (name == "profile") {
-            ++profiles;
-        } else if (name == "application") {
-            ++applications;
-        } else if (name == "customisations") {
-            const int attributes = mxmlElementGetAttrCount(node);
-            for (int i = 0; i < attributes; ++i) {
-                const char* attribute = nullptr;
-                const char* value = mxmlElementGetAttrByIndex(node, i, &attribute);
-                if (attribute != nullptr && std::strcmp(attribute, "Format") == 0 &&
-                    value != nullptr && isInteger(value) == 0) {
-                    format = true;
-                }
-            }
-        }
-    }
-
-    const bool hasProperties = properties >= 1 || bCountProperties == 0;
-    const bool hasProfiles = profiles >= 1;
-    if (!format || (IsUserOrOem() && applications < 1) || unknown) {
-        return -1;
-    }
-    switch (g_appProfileMode) {
-        case kSystemFile:
-            return hasProperties ? 0 : -1;
-        case kUserFile:
-            return hasProperties == hasProfiles ? 0 : -1;
-        case kOemFile:
-            return !hasProperties || hasProfiles ? 0 : -1;
-        default:
-            return -1;
-    }
+    LoadedXml loaded;
+    return LoadAndValidate(path, bCountProperties, loaded);
 }
 
 }  // namespace qk

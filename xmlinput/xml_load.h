@@ -1,26 +1,23 @@
 #pragma once
 
-// Loading a customisation XML file with Mini-XML, shared by the reader and the
-// directory validator. Mini-XML accepts some broken files silently (a file cut
-// just before its last '>') or with only a message on standard error (odd-sized
-// UTF-16); both are refused here, so a caller only ever walks a whole document.
+// Loading a customisation XML file, shared by the reader and the directory
+// validator: the file is read once, its encoding and well-formedness are
+// checked (a broken file is refused with a diagnostic at the place where its
+// text goes wrong), and the checked text is parsed by Mini-XML. The text stays
+// with the run's source files, for the places of later diagnostics.
 
 #include <mxml.h>
+
+#include <cstdint>
+#include <vector>
 
 namespace qk {
 
 enum class XmlLoadError {
     kNone = 0,
     kCannotOpen,     // the file could not be opened for reading
-    kNotWellFormed,  // Mini-XML refused it, reported an error, or the document is cut short
+    kNotWellFormed,  // bad encoding or characters, or not a well-formed document
 };
-
-// Loads path (UTF-8, or UTF-16 with a byte-order mark) with no type callback, so
-// element text arrives as one MXML_TEXT node per word. Returns the top node (a
-// leading declaration, which Mini-XML makes the parent of the rest) or null, in
-// which case *why (when given) tells whether the file could not be opened or is
-// not well-formed. Mini-XML's own messages still go to standard error.
-mxml_node_t* LoadXmlDocument(const char* path, XmlLoadError* why);
 
 // Owns a loaded document and deletes it when it goes out of scope.
 class XmlDocument {
@@ -57,5 +54,20 @@ class XmlDocument {
   private:
     mxml_node_t* top_;
 };
+
+struct LoadedXml {
+    XmlDocument document;
+    std::uint32_t file = 0;  // the text in the run's source files
+    // Where each node that Mini-XML made starts, in document order: start tags,
+    // comments, processing instructions (the declaration too), CDATA sections.
+    std::vector<std::uint32_t> nodeOffsets;
+};
+
+// Loads path (UTF-8, or UTF-16 with a byte-order mark) with no type callback, so
+// element text arrives as one MXML_TEXT node per word; the top node is a leading
+// declaration, which Mini-XML makes the parent of the rest, or the root. False,
+// after a diagnostic, when the file cannot be read or is not well-formed; *why
+// (when given) tells which.
+bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why);
 
 }  // namespace qk

@@ -38,10 +38,14 @@ TEST_P(XmlLoadTest, RefusesWhatMiniXmlWouldKeepBroken) {
     test::WriteFile("input.xml", c.bytes);
     XmlLoadError why = XmlLoadError::kCannotOpen;
     ::testing::internal::CaptureStderr();
-    XmlDocument document(LoadXmlDocument("input.xml", &why));
+    LoadedXml loaded;
+    const bool good = LoadXmlDocument("input.xml", loaded, &why);
     const std::string stderrText = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(why, c.expected) << c.name << " stderr: " << stderrText;
-    EXPECT_EQ(static_cast<bool>(document), c.expected == XmlLoadError::kNone) << c.name;
+    EXPECT_EQ(good, c.expected == XmlLoadError::kNone) << c.name;
+    EXPECT_EQ(static_cast<bool>(loaded.document), good) << c.name;
+    // A refusal says where, as FILE:LINE:COL.
+    EXPECT_EQ(stderrText.find("quillard: input.xml:") == 0, !good) << c.name << stderrText;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -55,6 +59,14 @@ INSTANTIATE_TEST_SUITE_P(
         LoadCase{"space inside end tag", kDeclaration + "<a><b/></a >\n\n\t", XmlLoadError::kNone},
         LoadCase{"comment after root", kDeclaration + "<a><b/></a>\n<!-- done -->\n",
                  XmlLoadError::kNone},
+        LoadCase{"utf-8 byte-order mark", "\xEF\xBB\xBF" + kWhole, XmlLoadError::kNone},
+        LoadCase{"utf-16 without a byte-order mark", test::Utf16WithMark(kWhole, true).substr(2),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"utf-16 lone high surrogate",
+                 test::Utf16WithMark(kDeclaration + "<a/>", true) + std::string("\x00\xD8", 2),
+                 XmlLoadError::kNotWellFormed},
+        LoadCase{"truncated utf-8 in a name", kDeclaration + "<a\xC3/>",
+                 XmlLoadError::kNotWellFormed},
         LoadCase{"cut before last >", kWhole.substr(0, kWhole.rfind('>')),
                  XmlLoadError::kNotWellFormed},
         LoadCase{"cut inside end tag", kWhole.substr(0, kWhole.rfind('>') - 4),
@@ -93,20 +105,27 @@ INSTANTIATE_TEST_SUITE_P(
 
 using XmlLoadPlainTest = unit::LoggedTest;
 
-TEST_F(XmlLoadPlainTest, MissingFileCannotBeOpened) {
+TEST_F(XmlLoadPlainTest, MissingFileSaysWhy) {
     XmlLoadError why = XmlLoadError::kNone;
-    EXPECT_EQ(LoadXmlDocument("absent.xml", &why), nullptr);
+    LoadedXml loaded;
+    ::testing::internal::CaptureStderr();
+    EXPECT_FALSE(LoadXmlDocument("absent.xml", loaded, &why));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "quillard: absent.xml: error: cannot read the file: No such file or directory\n");
     EXPECT_EQ(why, XmlLoadError::kCannotOpen);
 }
 
-TEST_F(XmlLoadPlainTest, MiniXmlMessageStillReachesStandardError) {
-    // Mini-XML keeps a tree for this file and only complains on standard error.
-    test::WriteFile("odd.xml", test::Utf16WithMark(kWhole, true) + "<");
-    ::testing::internal::CaptureStderr();
-    XmlDocument document(LoadXmlDocument("odd.xml", nullptr));
-    const std::string stderrText = ::testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(document);
-    EXPECT_NE(stderrText.find("mxml: "), std::string::npos);
+// Every node that Mini-XML makes is paired with the place its markup starts.
+TEST_F(XmlLoadPlainTest, NodeOffsetsFollowDocumentOrder) {
+    const std::string text = kDeclaration + "<a x='1'><!-- c --><b/>t<?p i?><![CDATA[d]]></a>";
+    test::WriteFile("nodes.xml", text);
+    LoadedXml loaded;
+    ASSERT_TRUE(LoadXmlDocument("nodes.xml", loaded, nullptr));
+    std::vector<std::string> starts;
+    for (std::uint32_t offset : loaded.nodeOffsets) {
+        starts.push_back(text.substr(offset, 3));
+    }
+    EXPECT_EQ(starts, (std::vector<std::string>{"<?x", "<a ", "<!-", "<b/", "<?p", "<!["}));
 }
 
 // The walk that frees as it goes must see exactly what a plain walk sees, in the

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <list>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -354,7 +355,7 @@ std::vector<BadInputCase> Cases() {
          .errorLine = "",
          .after = BlobAfter::kRebuilt,
          .args = {"-s", "in.xml", "-b", "good.blb", "-l", "logdir"},
-         .stderrLine = "ERROR, the progress log could not be copied to \"logdir\""},
+         .stderrLine = "quillard: logdir: error: the progress log could not be copied here"},
         {.name = "StaleLogIsNotCopied",
          .make =
              [good](const fs::path& dir) {
@@ -480,7 +481,7 @@ std::vector<BadInputCase> Cases() {
             }
         };
         const std::string error = std::string("blob file \"bad.blb\" ") + o.problem;
-        static std::vector<std::string> lines;  // the cases keep pointers to their texts
+        static std::list<std::string> lines;  // the cases keep pointers to their texts
         for (const auto& [option, status, args] :
              std::vector<std::tuple<std::string, int, std::vector<std::string>>>{
                  {"--from", 255, {"-r", "-s", "back.xml", "--from", "bad.blb"}},
@@ -490,6 +491,8 @@ std::vector<BadInputCase> Cases() {
                  {"--diff", 2, {"--diff", "good.blb", "bad.blb"}}}) {
             lines.push_back("ERROR, " + option + ": " + error);
             const char* line = lines.back().c_str();
+            lines.push_back("bad.blb: error: " + option + ": the blob file " + o.problem);
+            const char* diagnostic = lines.back().c_str();
             cases.push_back({.name = o.name,
                              .make = make,
                              .status = status,
@@ -497,7 +500,7 @@ std::vector<BadInputCase> Cases() {
                              .args = args,
                              .blob = option == "--diff" ? "good.blb" : "back.xml",
                              .needs = o.needs,
-                             .stderrLine = line});
+                             .stderrLine = diagnostic});
         }
     }
     // Names that a shell would take apart: passed through literally, never run.
