@@ -1,0 +1,215 @@
+// Typical mistakes, each in a file of its own at a known line and column: the
+// first diagnostic must name that place (GNU columns: tab stops every 8), its
+// severity and the hint, with a caret under the column; the exit status is
+// checked with and without --strict.
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/cli/cli_harness.h"
+
+namespace qk::cli {
+namespace {
+
+// A correct system set; cases replace one of its lines (numbered from 1).
+const std::vector<std::string> kSet = {
+    R"(<?xml version="1.0" encoding="utf-8"?>)",
+    R"(<customisations Format="1" Content="Mistakes">)",
+    "\t<properties>",
+    "\t\t<area Name=\"Lumen3D\" Privacy=\"Defined\">",
+    "\t\t\t<property Type=\"Dword\">Smoothing</property>",
+    "\t\t\t<property Type=\"Boolean\">Shown</property>",
+    "\t\t\t<property Type=\"Binary\">Ramp</property>",
+    "\t\t\t<property Type=\"Qword\">Size</property>",
+    "\t\t</area>",
+    "\t</properties>",
+    "\t<profiles>",
+    "\t\t<profile Area=\"Lumen3D\" Usage=\"Quiet\">",
+    "\t\t\t<value Property=\"Smoothing\">1</value>",
+    "\t\t</profile>",
+    "\t</profiles>",
+    "\t<applications>",
+    "\t\t<application Title=\"Sketch\" File=\"sketch.exe\">",
+    "\t\t\t<use Area=\"Lumen3D\">Quiet</use>",
+    "\t\t</application>",
+    "\t</applications>",
+    "</customisations>",
+};
+
+std::string SetWith(int line, const std::string& text, const char* lastLine = nullptr) {
+    std::string out;
+    for (int number = 1; number <= static_cast<int>(kSet.size()); ++number) {
+        if (lastLine != nullptr && number == static_cast<int>(kSet.size())) {
+            out += std::string(lastLine) + "\n";
+        } else if (number != line) {
+            out += kSet[number - 1] + "\n";
+        } else if (!text.empty()) {
+            out += text + "\n";
+        }
+    }
+    return out;
+}
+
+enum class Kind { kSystem, kDirectory, kUserAgainstBlob, kOptionsOnly };
+
+struct Mistake {
+    const char* name;
+    int line;  // the line of kSet replaced
+    std::string text;
+    std::string where;  // "set.xml:L:C: error" as the first diagnostic begins
+    const char* hint;   // the "did you mean" text, or ""
+    int status;         // without --strict
+    Kind kind = Kind::kSystem;
+    const char* lastLine = nullptr;  // replaces the set's last line
+};
+
+const std::vector<Mistake>& Mistakes() {
+    static const std::vector<Mistake> mistakes = {
+        {"MisspeltElement", 13, "\t\t\t<vlaue Property=\"Smoothing\">1</vlaue>",
+         "set.xml:13:25: error", "value", 0},
+        {"MisspeltAttribute", 13, "\t\t\t<value Propery=\"Smoothing\">1</value>",
+         "set.xml:13:32: error", "Property", 0},
+        {"MisspeltProperty", 13, "\t\t\t<value Property=\"Smothing\">1</value>",
+         "set.xml:13:42: error", "Smoothing", 0},
+        {"MisspeltAreaOfProfile", 12, "\t\t<profile Area=\"Lumen3d\" Usage=\"Quiet\">",
+         "set.xml:12:32: error", "Lumen3D", 0},
+        {"MisspeltProfileInUse", 18, "\t\t\t<use Area=\"Lumen3D\">Quite</use>",
+         "set.xml:18:45: error", "Quiet", 0},
+        {"MisspeltType", 5, "\t\t\t<property Type=\"Dwrod\">Smoothing</property>",
+         "set.xml:5:41: error", "Dword", 255},
+        {"MisspeltPrivacy", 4, "\t\t<area Name=\"Lumen3D\" Privacy=\"Defnied\">",
+         "set.xml:4:47: error", "Defined", 0},
+        {"BadDword", 13, "\t\t\t<value Property=\"Smoothing\">0xZZ</value>", "set.xml:13:53: error",
+         "", 0},
+        {"BadQword", 13, "\t\t\t<value Property=\"Size\">0x1G</value>", "set.xml:13:48: error", "",
+         0},
+        {"BadBoolean", 13, "\t\t\t<value Property=\"Shown\">true</value>", "set.xml:13:49: error",
+         "True", 0},
+        {"BadBinary", 13, "\t\t\t<value Property=\"Ramp\">0xZZ,0x01</value>",
+         "set.xml:13:48: error", "", 0},
+        {"DuplicateProfile", 14,
+         "\t\t</profile>\n\t\t<profile Area=\"Lumen3D\" Usage=\"Quiet\"><value "
+         "Property=\"Smoothing\">2</value></profile>",
+         "set.xml:15:17: warning", "", 0},
+        {"DuplicateApplication", 19,
+         "\t\t</application>\n\t\t<application Title=\"Sketch\" File=\"sketch.exe\"><use "
+         "Area=\"Lumen3D\">Quiet</use></application>",
+         "set.xml:20:17: warning", "", 0},
+        {"PrivacyBeforeName", 4, "\t\t<area Privacy=\"ProfilesOnly\" Name=\"Lumen3D\">",
+         "set.xml:4:23: warning", "", 0},
+        {"MismatchedTags", 13, "\t\t\t<value Property=\"Smoothing\">1</vlaue>",
+         "set.xml:13:54: error", "", 255},
+        {"UnclosedRoot", 21, "", "set.xml:2:1: error", "", 255},
+        {"MissingGreaterThan", 12, "\t\t<profile Area=\"Lumen3D\" Usage=\"Quiet\"",
+         "set.xml:12:54: error", "", 255},
+        {"BareLessThan", 13, "\t\t\t<value Property=\"Smoothing\">1 < 2</value>",
+         "set.xml:13:55: error", "", 255},
+        {"WrongRoot", 2, "<customizations Format=\"1\" Content=\"Mistakes\">", "set.xml:2:1: error",
+         "customisations", 0, Kind::kSystem, "</customizations>"},
+        {"DirectoryFileRefused", 2, "<customisations Format=\"1.0\" Content=\"Mistakes\">",
+         "dir/set.xml:2:1: error", "", 255, Kind::kDirectory},
+        {"UserFilePrivacy", 4, "\t\t<area Name=\"Lumen3D\" Privacy=\"ProfilesOnly\">",
+         "user.xml:3:34: error", "", 0, Kind::kUserAgainstBlob},
+        {"DriverPairMismatch", 9,
+         "\t\t</area>\n\t\t<area Name=\"HYDynamic\"><property Type=\"Dword\">A</property></area>"
+         "\n\t\t<area Name=\"NOMM-HYDynamic\"><property Type=\"Dword\">B</property></area>",
+         "set.xml:10:17: error", "", 1},
+        {"MisspeltLongOption", 0, "", "error: unknown option \"--stirct\"", "--strict", 255,
+         Kind::kOptionsOnly},
+    };
+    return mistakes;
+}
+
+class Diagnostics : public ::testing::TestWithParam<Mistake> {};
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+TEST_P(Diagnostics, NamesThePlaceTheSeverityAndTheHint) {
+    const Mistake& m = GetParam();
+    for (const bool strict : {false, true}) {
+        ScratchDir dir;
+        std::vector<std::string> args;
+        switch (m.kind) {
+            case Kind::kSystem:
+                WriteFile(dir / "set.xml", SetWith(m.line, m.text, m.lastLine));
+                args = {"-s", "set.xml", "-b", "out.blb"};
+                break;
+            case Kind::kDirectory:
+                std::filesystem::create_directory(dir / "dir");
+                WriteFile(dir / "dir" / "set.xml", SetWith(m.line, m.text));
+                args = {"-p", "dir", "-b", "out.blb"};
+                break;
+            case Kind::kUserAgainstBlob: {
+                WriteFile(dir / "set.xml", SetWith(m.line, m.text));
+                ASSERT_EQ(RunQuillard(dir.path(), {"-s", "set.xml", "-b", "system.blb"}).status, 0);
+                WriteFile(dir / "user.xml",
+                          "<?xml version=\"1.0\"?>\n<customisations Format=\"1\">\n"
+                          "\t<profiles><profile Area=\"Lumen3D\" Usage=\"Mine\"><value "
+                          "Property=\"Smoothing\">2</value></profile></profiles>\n"
+                          "\t<applications><application Title=\"Mine\" File=\"mine.exe\"><use "
+                          "Area=\"Lumen3D\">Quiet</use></application></applications>\n"
+                          "</customisations>\n");
+                args = {"-u", "-s", "user.xml", "-b", "user.blb", "--against", "system.blb"};
+                break;
+            }
+            case Kind::kOptionsOnly:
+                args = {"--stirct", "-s", "set.xml"};
+                break;
+        }
+        if (strict) {
+            args.insert(args.begin(), "--strict");
+        }
+        const RunResult run = RunQuillard(dir.path(), args);
+        const std::vector<std::string> lines = Lines(run.err);
+        ASSERT_FALSE(lines.empty()) << m.name << ": no diagnostic";
+        const bool isError = m.where.find("error") != std::string::npos;
+        const int wanted = strict && isError && m.status == 0 ? 255 : m.status;
+        EXPECT_EQ(run.status, wanted) << m.name << (strict ? " with --strict" : "") << "\n"
+                                      << run.err;
+        EXPECT_EQ(lines[0].rfind("quillard: " + m.where, 0), 0u) << m.name << "\n" << run.err;
+        if (*m.hint != '\0') {
+            EXPECT_NE(lines[0].find(std::string("did you mean \"") + m.hint + "\"?"),
+                      std::string::npos)
+                << m.name << "\n"
+                << lines[0];
+        }
+        if (m.kind == Kind::kOptionsOnly) {
+            EXPECT_EQ(lines.size(), 1u) << "one diagnostic, nothing else done:\n" << run.err;
+            EXPECT_FALSE(std::filesystem::exists(dir / "quillard.blb"));
+            continue;
+        }
+        // The caret stands under the column that the first line names.
+        ASSERT_GE(lines.size(), 3u) << run.err;
+        const std::size_t bar = lines[2].find('|');
+        const std::size_t caret = lines[2].find('^');
+        const std::size_t column =
+            std::stoul(m.where.substr(m.where.rfind(':', m.where.rfind(':') - 1) + 1));
+        EXPECT_EQ(caret - bar - 1, column) << m.name << "\n" << run.err;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Mistakes, Diagnostics, ::testing::ValuesIn(Mistakes()),
+                         [](const auto& c) { return std::string(c.param.name); });
+
+// What compiles cleanly says nothing at all.
+TEST(DiagnosticsClean, TheExamplesPrintNothingOnStandardError) {
+    ScratchDir dir;
+    const RunResult run =
+        RunQuillard(dir.path(), {"--strict", "-s", Example("system.xml").string(), "-s",
+                                 Example("update.xml").string(), "-b", "out.blb"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+}
+
+}  // namespace
+}  // namespace qk::cli
