@@ -87,9 +87,11 @@ constexpr const char kUsageText[] =
     "                  of the library\n"
     "  --diff A B      print the differences between two blob files\n"
     "Pipelines:\n"
-    "  --strict      also report every problem on standard error as\n"
-    "                \"quillard: FILE[:LINE]: error: MESSAGE\"; any error fails the run\n"
-    "                and no blob is written\n"
+    "  --strict      any error fails the run (status 255) and no blob is written\n"
+    "  --diagnostics-format=sarif\n"
+    "                write the diagnostics as one SARIF 2.1.0 log on standard error\n"
+    "Every problem is reported on standard error as FILE:LINE:COL: error: MESSAGE,\n"
+    "with the source line, a caret, notes and a \"did you mean\" hint.\n"
     "  --help        print this text\n"
     "  --version     print the version of quillard\n"
     "  -hiddenhelp   print the original short help\n"
@@ -99,8 +101,8 @@ constexpr const char kUsageText[] =
     "\n"
     "Exit status: 0 done (also help, -v, -reload, nothing to do, memory exhausted,\n"
     "and, without --strict, an unknown driver/property pair in a system file); 1 the\n"
-    "dynamic-switching drivers do not match; 255 an error (see the log, or use\n"
-    "--strict). --diff: 0 equal, 1 different, 2 a file is not a readable blob.\n";
+    "dynamic-switching drivers do not match; 255 an error (see standard error, or\n"
+    "use --strict). --diff: 0 equal, 1 different, 2 a file is not a readable blob.\n";
 
 }  // namespace
 

@@ -318,24 +318,23 @@ void Run::ReadDirectories() {
 
 // Long options first: a misspelt one must not lose the safety it asked for.
 bool Run::ExamineLongOptions() {
-    if (const int unknown = FindUnknownLongOption(argc_, argv_); unknown >= 0) {
-        const std::string_view given(argv_[unknown]);
-        Report(Diagnostic::Error("unknown-option", {},
-                                 "unknown option " + Quoted(given) + "; nothing is done")
-                   .Suggest(ClosestName(given.substr(0, given.find('=')), LongOptionNames())));
-        return false;
-    }
     if (const char* format = DiagnosticsFormatValue(argc_, argv_)) {
         const std::string_view name(format);
         if (name == "sarif") {
             SetDiagnosticsFormat(DiagnosticsFormat::kSarif);
         } else if (name != "text") {
-            Report(Diagnostic::Error("unknown-option", {},
-                                     "unknown diagnostics format " + Quoted(name) +
-                                         " (text or sarif); nothing is done")
-                       .Suggest(ClosestName(name, {"text", "sarif"})));
+            Report(
+                Diagnostic::Error("unknown-option", {},
+                                  "unknown diagnostics format " + Quoted(name) + " (text or sarif)")
+                    .Suggest(ClosestName(name, {"text", "sarif"})));
             return false;
         }
+    }
+    if (const int unknown = FindUnknownLongOption(argc_, argv_); unknown >= 0) {
+        const std::string_view given(argv_[unknown]);
+        Report(Diagnostic::Error("unknown-option", {}, "unknown option " + Quoted(given))
+                   .Suggest(ClosestName(given.substr(0, given.find('=')), LongOptionNames())));
+        return false;
     }
     if (FindLong("--strict") >= 0) {
         SetStrict(true);
