@@ -14,6 +14,11 @@ bool g_strict = false;
 int g_errors = 0;
 // Kept for the SARIF log, which is written whole at the end of the run.
 std::vector<Diagnostic> g_kept;
+// A hostile file can make a diagnostic of every attribute; past this many a
+// run only counts them (as compilers stop at a number of errors).
+constexpr int kMaxShown = 200;
+int g_shown = 0;
+int g_notShown = 0;
 
 }  // namespace
 
@@ -21,6 +26,11 @@ void Report(const Diagnostic& diagnostic) {
     if (diagnostic.severity == Severity::kError) {
         ++g_errors;
     }
+    if (g_shown >= kMaxShown) {
+        ++g_notShown;
+        return;
+    }
+    ++g_shown;
     switch (g_format) {
         case DiagnosticsFormat::kText:
             PrintDiagnosticText(diagnostic);
@@ -62,7 +72,22 @@ int ErrorsReported() {
     return g_errors;
 }
 
+bool DiagnosticsFull() {
+    return g_shown >= kMaxShown;
+}
+
 void FinishDiagnostics(const char* toolVersion) {
+    if (g_notShown > 0) {
+        const int notShown = g_notShown;
+        g_notShown = 0;
+        g_shown = 0;
+        Report({Severity::kNote,
+                "more-diagnostics",
+                {},
+                std::to_string(notShown) + " more diagnostics are not shown",
+                {},
+                {}});
+    }
     if (g_format == DiagnosticsFormat::kSarif) {
         PrintDiagnosticsSarif(g_kept, toolVersion);
         g_kept.clear();
@@ -73,6 +98,8 @@ void ResetDiagnostics() {
     g_format = DiagnosticsFormat::kText;
     g_strict = false;
     g_errors = 0;
+    g_shown = 0;
+    g_notShown = 0;
     g_kept.clear();
 }
 

@@ -47,8 +47,11 @@ struct Diagnostic {
     }
 };
 
-// Reports one diagnostic in the chosen format; an error is counted.
+// Reports one diagnostic in the chosen format; an error is counted. Past 200
+// diagnostics a run only counts them, and says how many at its end.
 void Report(const Diagnostic& diagnostic);
+// True once no more diagnostics are shown: a caller may skip finding a place.
+bool DiagnosticsFull();
 
 enum class DiagnosticsFormat { kText, kSarif, kNone };
 void SetDiagnosticsFormat(DiagnosticsFormat format);

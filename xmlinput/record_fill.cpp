@@ -39,6 +39,10 @@ std::vector<std::wstring_view> TypeNames() {
 
 void ReportUnknownAttribute(const ElementPlace& at, const char* element, const wchar_t* name,
                             std::vector<std::string_view> known) {
+    if (DiagnosticsFull()) {
+        Report(Diagnostic::Error("unknown-attribute", {}, ""));  // counted only
+        return;
+    }
     const std::string narrow = EncodeUtf8(name);
     Report(Diagnostic::Error("unknown-attribute", AttributeNameLocation(at, narrow),
                              "unknown attribute " + narrow + " of <" + element + ">")
