@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -151,31 +152,39 @@ XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& err
         *systemError = errno;
         return XmlTextResult::kCannotRead;
     }
+    // A regular file is read into a buffer of its size (a directory of
+    // thousands of small files must not cost a large buffer each); anything
+    // else, and what a file grew by, comes in chunks.
     std::string bytes;
     struct stat info {};
+    std::size_t expected = 0;
     if (fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
-        bytes.reserve(static_cast<std::size_t>(info.st_size));
+        expected = static_cast<std::size_t>(info.st_size);
+        bytes.resize(expected);
     }
-    constexpr std::size_t kChunk = 65536;
+    std::size_t filled = 0;
+    char chunk[16384];
     for (;;) {
-        const std::size_t filled = bytes.size();
-        bytes.resize(filled + kChunk);
-        const ssize_t got = read(descriptor, bytes.data() + filled, kChunk);
+        const bool direct = filled < expected;
+        char* into = direct ? bytes.data() + filled : chunk;
+        const ssize_t got = read(descriptor, into, direct ? expected - filled : sizeof chunk);
         if (got < 0 && errno == EINTR) {
-            bytes.resize(filled);
             continue;
         }
-        if (got <= 0) {
-            bytes.resize(filled);
-            if (got < 0) {
-                *systemError = errno;
-                close(descriptor);
-                return XmlTextResult::kCannotRead;
-            }
+        if (got < 0) {
+            *systemError = errno;
+            close(descriptor);
+            return XmlTextResult::kCannotRead;
+        }
+        if (got == 0) {
             break;
         }
-        bytes.resize(filled + static_cast<std::size_t>(got));
+        if (!direct) {
+            bytes.append(chunk, static_cast<std::size_t>(got));
+        }
+        filled += static_cast<std::size_t>(got);
     }
+    bytes.resize(filled);
     close(descriptor);
     return DecodeXmlText(std::move(bytes), utf8, error);
 }
