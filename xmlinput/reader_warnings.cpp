@@ -2,7 +2,8 @@
 // applications defined twice (the first wins), applications left out for want
 // of a use.
 
-#include <string>
+#include <cwchar>
+#include <string_view>
 #include <unordered_map>
 
 #include "model/record_places.h"
@@ -13,18 +14,29 @@ namespace qk {
 
 namespace {
 
-// Profiles (by area and name) and applications (by file, path and version) met
-// so far in the run, for the warnings about one defined twice.
-std::unordered_map<std::wstring, const Profile*> g_profilesSeen;
-std::unordered_map<std::wstring, const Application*> g_applicationsSeen;
+// Profiles (by name, then area) and applications (by file, then path and
+// version) met so far in the run, for the warnings about one defined twice. The
+// keys are views of the tree's own texts, which live as long as the run.
+std::unordered_multimap<std::wstring_view, const Profile*> g_profilesSeen;
+std::unordered_multimap<std::wstring_view, const Application*> g_applicationsSeen;
 
-std::wstring Key(std::initializer_list<const wchar_t*> parts) {
-    std::wstring key;
-    for (const wchar_t* part : parts) {
-        key += OrEmpty(part);
-        key += L'\x1F';
+bool Same(const wchar_t* a, const wchar_t* b) {
+    return std::wcscmp(OrEmpty(a), OrEmpty(b)) == 0;
+}
+
+// The record met first that equals record (same, by the comparison), or null
+// after noting record as met.
+template <typename Record, typename Equal>
+const Record* FirstLike(std::unordered_multimap<std::wstring_view, const Record*>& seen,
+                        const wchar_t* key, const Record* record, Equal same) {
+    const auto [from, to] = seen.equal_range(OrEmpty(key));
+    for (auto it = from; it != to; ++it) {
+        if (it->second != record && same(*it->second)) {
+            return it->second;
+        }
     }
-    return key;
+    seen.emplace(OrEmpty(key), record);
+    return nullptr;
 }
 
 }  // namespace
@@ -34,28 +46,34 @@ void FileReader::ReportDuplicates() {
         if (profile->strUsage == nullptr || profile->lpDriver == nullptr) {
             continue;
         }
-        const auto [first, added] = g_profilesSeen.try_emplace(
-            Key({profile->lpDriver->strName, profile->strUsage}), profile);
-        if (!added && first->second != profile) {
+        const Profile* first =
+            FirstLike(g_profilesSeen, profile->strUsage, profile, [profile](const Profile& other) {
+                return other.lpDriver != nullptr &&
+                       Same(other.lpDriver->strName, profile->lpDriver->strName);
+            });
+        if (first != nullptr) {
             Report(Diagnostic::Warning("duplicate-profile", RecordPlace(profile),
                                        "profile " + Quoted(profile->strUsage) + " of area " +
                                            Quoted(profile->lpDriver->strName) +
                                            " is defined twice; uses select the first")
-                       .Note(RecordPlace(first->second), "the first definition is here"));
+                       .Note(RecordPlace(first), "the first definition is here"));
         }
     }
     for (const Application* application : newApplications_) {
         if (application->lpUses == nullptr) {
             continue;
         }
-        const auto [first, added] = g_applicationsSeen.try_emplace(
-            Key({application->strFile, application->strPath, application->strVersion}),
-            application);
-        if (!added && first->second != application) {
+        const Application* first =
+            FirstLike(g_applicationsSeen, application->strFile, application,
+                      [application](const Application& other) {
+                          return Same(other.strPath, application->strPath) &&
+                                 Same(other.strVersion, application->strVersion);
+                      });
+        if (first != nullptr) {
             Report(Diagnostic::Warning("duplicate-application", RecordPlace(application),
                                        "application " + Quoted(OrEmpty(application->strFile)) +
                                            " is defined twice; the first one is found first")
-                       .Note(RecordPlace(first->second), "the first definition is here"));
+                       .Note(RecordPlace(first), "the first definition is here"));
         }
     }
 }

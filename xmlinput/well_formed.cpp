@@ -1,5 +1,7 @@
 #include "xmlinput/well_formed.h"
 
+#include "xmlinput/xml_text.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -9,16 +11,21 @@ namespace qk {
 
 namespace {
 
-// Classes of ASCII bytes for the scans below.
-enum : std::uint8_t {
+// Classes of bytes for the scans below.
+enum : std::uint16_t {
     kNameStart = 1,  // may start a name
     kName = 2,       // may continue a name
     kSpace = 4,
-    kTextStop = 8,  // ends a run of character data: '<', '&', ']'
+    kTextStop = 8,     // ends a run of character data: '<', '&', ']'
+    kValueStop = 16,   // ends a run of an attribute value: '<', '&' and the quotes
+    kNotName = 32,     // ends a run of ASCII name characters
+    kNotSpace = 64,    // ends a run of white space
+    kCheck = 128,      // a control character or a byte of a non-ASCII one: judged alone
+    kMarkupEnd = 256,  // may start the end of a comment, instruction or CDATA section
 };
 
-constexpr std::array<std::uint8_t, 256> MakeClasses() {
-    std::array<std::uint8_t, 256> classes{};
+constexpr std::array<std::uint16_t, 256> MakeClasses() {
+    std::array<std::uint16_t, 256> classes{};
     for (int c = 'a'; c <= 'z'; ++c) {
         classes[c] = kNameStart | kName;
         classes[c - 'a' + 'A'] = kNameStart | kName;
@@ -30,16 +37,39 @@ constexpr std::array<std::uint8_t, 256> MakeClasses() {
     classes['-'] = classes['.'] = kName;
     classes[' '] = classes['\t'] = classes['\n'] = classes['\r'] = kSpace;
     classes['<'] = classes['&'] = classes[']'] = kTextStop;
-    for (int c = 0x80; c < 0x100; ++c) {
-        classes[c] = kTextStop;  // decoded and judged one by one
+    classes['<'] |= kValueStop;
+    classes['&'] |= kValueStop;
+    classes['"'] = classes['\''] = kValueStop;
+    for (int c = 0; c < 0x100; ++c) {
+        if (c >= 0x80 || (c < 0x20 && c != '\t' && c != '\n' && c != '\r')) {
+            classes[c] = kTextStop | kValueStop | kCheck;  // decoded and judged one by one
+        }
+    }
+    classes['-'] |= kMarkupEnd;
+    classes['?'] |= kMarkupEnd;
+    classes[']'] |= kMarkupEnd;
+    for (auto& kind : classes) {
+        kind |= (kind & kName) != 0 ? 0 : kNotName;
+        kind |= (kind & kSpace) != 0 ? 0 : kNotSpace;
     }
     return classes;
 }
 
-constexpr std::array<std::uint8_t, 256> kClasses = MakeClasses();
+constexpr std::array<std::uint16_t, 256> kClasses = MakeClasses();
 
-std::uint8_t ClassOf(char byte) {
+std::uint16_t ClassOf(char byte) {
     return kClasses[static_cast<unsigned char>(byte)];
+}
+
+// The first place at or after at whose byte has one of the classes in stop
+// (the hot loops of the check, kept to locals).
+std::size_t SkipUntil(std::string_view text, std::size_t at, std::uint16_t stop) {
+    const char* byte = text.data() + at;
+    const char* end = text.data() + text.size();
+    while (byte < end && (ClassOf(*byte) & stop) == 0) {
+        ++byte;
+    }
+    return static_cast<std::size_t>(byte - text.data());
 }
 
 bool IsNameStartPoint(std::uint32_t c) {
@@ -55,6 +85,8 @@ bool IsNamePoint(std::uint32_t c) {
     return IsNameStartPoint(c) || c == 0xB7 || (c >= 0x300 && c <= 0x36F) ||
            (c >= 0x203F && c <= 0x2040);
 }
+
+constexpr std::uint32_t kInvalid = 0xFFFFFFFF;
 
 bool IsXmlCharPoint(std::uint32_t c) {
     return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
@@ -82,8 +114,31 @@ class Checker {
         error_.offset = std::min(offset, text_.size());
         error_.length = length;
         error_.message = std::move(message);
+        // A character that is no character is what is wrong there, whatever was expected.
+        XmlTextError bad;
+        std::uint32_t point = 0;
+        std::size_t size = 0;
+        if (offset < text_.size() && (ClassOf(text_[offset]) & kCheck) != 0 &&
+            !DecodeXmlCharacter(text_, offset, point, size, bad)) {
+            error_.message = bad.message;
+            error_.length = 1;
+        }
         return false;
     }
+    // Passes the character at at_ after judging it; false when XML does not allow it.
+    bool PassCharacter() {
+        XmlTextError bad;
+        std::uint32_t point = 0;
+        std::size_t length = 0;
+        if (!DecodeXmlCharacter(text_, at_, point, length, bad)) {
+            return Fail(at_, bad.message);
+        }
+        at_ += length;
+        return true;
+    }
+    // Moves at_ to the next needle (judging every character on the way); false
+    // at the end of the text or at a character XML does not allow.
+    bool FindEnd(std::string_view needle);
     bool FailWith(std::size_t offset, std::string message, std::size_t length, const Open& open,
                   std::string related) {
         error_.relatedOffset = open.offset;
@@ -121,25 +176,32 @@ class Checker {
 };
 
 std::uint32_t Checker::PointAt(std::size_t at, std::size_t& length) const {
-    const auto lead = static_cast<unsigned char>(text_[at]);
-    if (lead < 0x80) {
-        length = 1;
-        return lead;
+    XmlTextError bad;
+    std::uint32_t point = 0;
+    return DecodeXmlCharacter(text_, at, point, length, bad) ? point : kInvalid;
+}
+
+bool Checker::FindEnd(std::string_view needle) {
+    for (;;) {
+        at_ = SkipUntil(text_, at_, kCheck | kMarkupEnd);
+        if (AtEnd()) {
+            return false;
+        }
+        if ((ClassOf(text_[at_]) & kCheck) != 0) {
+            if (!PassCharacter()) {
+                return false;
+            }
+        } else if (Starts(needle)) {
+            return true;
+        } else {
+            ++at_;
+        }
     }
-    // The text is checked UTF-8: every sequence is whole.
-    length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    std::uint32_t point = lead & (0x7F >> length);
-    for (std::size_t next = 1; next < length && at + next < text_.size(); ++next) {
-        point = (point << 6) | (static_cast<unsigned char>(text_[at + next]) & 0x3F);
-    }
-    return point;
 }
 
 bool Checker::SkipSpace() {
     const std::size_t from = at_;
-    while (!AtEnd() && (ClassOf(text_[at_]) & kSpace) != 0) {
-        ++at_;
-    }
+    at_ = SkipUntil(text_, at_, kNotSpace);
     return at_ > from;
 }
 
@@ -158,10 +220,9 @@ bool Checker::NameAt(std::size_t at) const {
 std::string_view Checker::Name() {
     const std::size_t from = at_;
     while (!AtEnd()) {
-        const std::uint8_t kind = ClassOf(text_[at_]);
-        if ((kind & kName) != 0) {
-            ++at_;
-            continue;
+        at_ = SkipUntil(text_, at_, kNotName);
+        if (AtEnd() || static_cast<unsigned char>(text_[at_]) < 0x80) {
+            break;  // an ASCII byte that no name holds
         }
         std::size_t length = 0;
         const std::uint32_t point = PointAt(at_, length);
@@ -300,14 +361,13 @@ bool Checker::Comment() {
     const std::size_t open = at_;
     NoteNode(open);
     at_ += 4;
-    const std::size_t dashes = text_.find("--", at_);
-    if (dashes == std::string_view::npos) {
-        return Fail(open, "the comment is not closed: '-->' is missing", 4);
+    if (!FindEnd("--")) {
+        return !AtEnd() ? false : Fail(open, "the comment is not closed: '-->' is missing", 4);
     }
-    if (dashes + 2 >= text_.size() || text_[dashes + 2] != '>') {
-        return Fail(dashes, "'--' is not allowed inside a comment", 2);
+    if (at_ + 2 >= text_.size() || text_[at_ + 2] != '>') {
+        return Fail(at_, "'--' is not allowed inside a comment", 2);
     }
-    at_ = dashes + 3;
+    at_ += 3;
     return true;
 }
 
@@ -330,22 +390,24 @@ bool Checker::ProcessingInstruction() {
     if (!SkipSpace() && !Starts("?>")) {
         return Fail(at_, "expected a space or '?>' after the processing instruction's name");
     }
-    const std::size_t end = text_.find("?>", at_);
-    if (end == std::string_view::npos) {
-        return Fail(open, "the processing instruction is not closed: '?>' is missing", 2);
+    if (!FindEnd("?>")) {
+        return !AtEnd()
+                   ? false
+                   : Fail(open, "the processing instruction is not closed: '?>' is missing", 2);
     }
-    at_ = end + 2;
+    at_ += 2;
     return true;
 }
 
 bool Checker::CData() {
     const std::size_t open = at_;
     NoteNode(open);
-    const std::size_t end = text_.find("]]>", at_ + 9);
-    if (end == std::string_view::npos) {
-        return Fail(open, "the CDATA section is not closed: ']]>' is missing", 9);
+    at_ += 9;
+    if (!FindEnd("]]>")) {
+        return !AtEnd() ? false
+                        : Fail(open, "the CDATA section is not closed: ']]>' is missing", 9);
     }
-    at_ = end + 3;
+    at_ += 3;
     return true;
 }
 
@@ -448,6 +510,7 @@ bool Checker::Attribute(std::string_view element) {
     }
     const std::size_t valueAt = ++at_;
     for (;;) {
+        at_ = SkipUntil(text_, at_, kValueStop);
         if (AtEnd()) {
             return Fail(valueAt - 1, "the value of the attribute " + std::string(name) +
                                          " is not closed: the file ends before its quote");
@@ -466,7 +529,9 @@ bool Checker::Attribute(std::string_view element) {
             }
             continue;
         }
-        ++at_;
+        if (!PassCharacter()) {
+            return false;
+        }
     }
     // Few attributes are compared in a list; many (a hostile file) in a set.
     if (attributes_.size() < 16) {
@@ -520,9 +585,7 @@ bool Checker::EndTag() {
 bool Checker::Content() {
     while (!open_.empty()) {
         // Character data runs to the next '<' or '&'; "]]>" may not stand in it.
-        while (!AtEnd() && (ClassOf(text_[at_]) & kTextStop) == 0) {
-            ++at_;
-        }
+        at_ = SkipUntil(text_, at_, kTextStop);
         if (AtEnd()) {
             const Open& open = open_.back();
             return Fail(open.offset,
@@ -541,9 +604,9 @@ bool Checker::Content() {
                 return false;
             }
         } else if (c != '<') {
-            std::size_t length = 0;
-            PointAt(at_, length);
-            at_ += length;
+            if (!PassCharacter()) {
+                return false;
+            }
         } else if (Starts("</")) {
             if (!EndTag()) {
                 return false;

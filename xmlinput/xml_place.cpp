@@ -75,12 +75,23 @@ ElementPlace NodePlaces::Next(std::string_view element) {
     if (offsets_ == nullptr) {
         return place;
     }
-    // The markup must begin with the node's name; a node that the library made
+    // The markup must begin with the node's name (up to its first blank: a
+    // comment's node is named by its whole text); a node that the library made
     // differently (only at the top level of an odd file) is passed over.
-    const std::string_view first = element.substr(0, element.find_first_of(" \t\r\n"));
     const std::string_view text = SourceText(file_);
+    const auto startsWithName = [&](std::size_t at) {
+        for (char c : element) {
+            if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+                return true;
+            }
+            if (at >= text.size() || text[at++] != c) {
+                return false;
+            }
+        }
+        return true;
+    };
     for (std::size_t k = next_; k < offsets_->size() && k < next_ + 64; ++k) {
-        if (text.substr((*offsets_)[k] + 1).starts_with(first)) {
+        if (startsWithName((*offsets_)[k] + 1)) {
             place.offset = (*offsets_)[k];
             next_ = k + 1;
             break;

@@ -47,52 +47,6 @@ bool CheckCharacter(std::uint32_t point, std::size_t offset, XmlTextError& error
                     (point == 0 ? " (is this UTF-16 without a byte-order mark?)" : ""));
 }
 
-// Checks UTF-8 text in place: every sequence whole and shortest, every
-// character one that XML allows.
-bool CheckUtf8(std::string_view text, XmlTextError& error) {
-    const auto byteAt = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    for (std::size_t at = 0; at < text.size();) {
-        const unsigned char lead = byteAt(at);
-        if (lead >= 0x20 && lead < 0x80) {
-            ++at;
-            continue;
-        }
-        if (lead < 0x80) {
-            if (!CheckCharacter(lead, at, error)) {
-                return false;
-            }
-            ++at;
-            continue;
-        }
-        const int length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
-        if (length == 0 || lead > 0xF4) {
-            return Fail(error, at, "byte 0x" + Hex(lead, 2) + " does not start a UTF-8 character");
-        }
-        if (at + static_cast<std::size_t>(length) > text.size()) {
-            return Fail(error, at, "the file ends inside a UTF-8 character");
-        }
-        std::uint32_t point = lead & (0x7F >> length);
-        for (int next = 1; next < length; ++next) {
-            const unsigned char byte = byteAt(at + static_cast<std::size_t>(next));
-            if ((byte & 0xC0) != 0x80) {
-                return Fail(
-                    error, at,
-                    "UTF-8 character cut short: byte 0x" + Hex(byte, 2) + " cannot continue it");
-            }
-            point = (point << 6) | (byte & 0x3F);
-        }
-        static constexpr std::uint32_t kShortest[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (point < kShortest[length]) {
-            return Fail(error, at, "UTF-8 character written with more bytes than it needs");
-        }
-        if (!CheckCharacter(point, at, error)) {
-            return false;
-        }
-        at += static_cast<std::size_t>(length);
-    }
-    return true;
-}
-
 bool Utf16ToUtf8(std::string_view bytes, bool little, std::string& utf8, XmlTextError& error) {
     if (bytes.size() % 2 != 0) {
         return Fail(error, utf8.size(),
@@ -128,6 +82,41 @@ bool Utf16ToUtf8(std::string_view bytes, bool little, std::string& utf8, XmlText
 
 }  // namespace
 
+bool DecodeXmlCharacter(std::string_view text, std::size_t at, std::uint32_t& point,
+                        std::size_t& length, XmlTextError& error) {
+    const auto byteAt = [text](std::size_t index) {
+        return static_cast<unsigned char>(text[index]);
+    };
+    const unsigned char lead = byteAt(at);
+    length = 1;
+    point = lead;
+    if (lead < 0x80) {
+        return CheckCharacter(point, at, error);
+    }
+    length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
+    if (length == 0 || lead > 0xF4) {
+        return Fail(error, at, "byte 0x" + Hex(lead, 2) + " does not start a UTF-8 character");
+    }
+    if (at + length > text.size()) {
+        return Fail(error, at, "the file ends inside a UTF-8 character");
+    }
+    point = lead & (0x7F >> length);
+    for (std::size_t next = 1; next < length; ++next) {
+        const unsigned char byte = byteAt(at + next);
+        if ((byte & 0xC0) != 0x80) {
+            return Fail(
+                error, at,
+                "UTF-8 character cut short: byte 0x" + Hex(byte, 2) + " cannot continue it");
+        }
+        point = (point << 6) | (byte & 0x3F);
+    }
+    static constexpr std::uint32_t kShortest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (point < kShortest[length]) {
+        return Fail(error, at, "UTF-8 character written with more bytes than it needs");
+    }
+    return CheckCharacter(point, at, error);
+}
+
 XmlTextResult DecodeXmlText(std::string&& bytes, std::string& utf8, XmlTextError& error) {
     const std::string_view view(bytes);
     const auto byteAt = [view](std::size_t at) { return static_cast<unsigned char>(view[at]); };
@@ -141,8 +130,10 @@ XmlTextResult DecodeXmlText(std::string&& bytes, std::string& utf8, XmlTextError
     if (view.starts_with("\xEF\xBB\xBF")) {
         bytes.erase(0, 3);
     }
+    // UTF-8 is checked character by character by the well-formedness check,
+    // which passes every byte anyway.
     utf8 = std::move(bytes);
-    return CheckUtf8(utf8, error) ? XmlTextResult::kGood : XmlTextResult::kBadEncoding;
+    return XmlTextResult::kGood;
 }
 
 XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& error,

@@ -6,7 +6,9 @@
 // checker and the diagnostics all work on the same bytes.
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace qk {
 
@@ -17,7 +19,9 @@ struct XmlTextError {
 
 enum class XmlTextResult { kGood, kCannotRead, kBadEncoding };
 
-// Reads path into utf8 (without its byte-order mark). kCannotRead sets
+// Reads path into utf8 (without its byte-order mark). UTF-16 is checked as it
+// is turned into UTF-8; UTF-8 is left to the well-formedness check, which
+// judges each character it passes with DecodeXmlCharacter. kCannotRead sets
 // *systemError to errno; kBadEncoding fills error.
 XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& error,
                           int* systemError);
@@ -25,5 +29,10 @@ XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& err
 // Checks and converts bytes already in memory (the reader of a file and the
 // fuzzers share it).
 XmlTextResult DecodeXmlText(std::string&& bytes, std::string& utf8, XmlTextError& error);
+
+// The character at text[at]: false, with the reason, for a sequence that is
+// not whole or not the shortest, or a character that XML does not allow.
+bool DecodeXmlCharacter(std::string_view text, std::size_t at, std::uint32_t& point,
+                        std::size_t& length, XmlTextError& error);
 
 }  // namespace qk
