@@ -22,6 +22,18 @@ int g_notShown = 0;
 
 }  // namespace
 
+const char* SeverityName(Severity severity) {
+    switch (severity) {
+        case Severity::kError:
+            return "error";
+        case Severity::kWarning:
+            return "warning";
+        case Severity::kNote:
+            break;
+    }
+    return "note";
+}
+
 void Report(const Diagnostic& diagnostic) {
     if (diagnostic.severity == Severity::kError) {
         ++g_errors;

@@ -16,6 +16,9 @@ namespace qk {
 
 enum class Severity { kError, kWarning, kNote };
 
+// "error", "warning" or "note", as both printers name them.
+const char* SeverityName(Severity severity);
+
 struct DiagnosticNote {
     SourceLocation where;
     std::string message;  // UTF-8

@@ -72,18 +72,6 @@ std::string Location(const SourceLocation& where) {
     return out + "}}";
 }
 
-const char* Level(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return "error";
-        case Severity::kWarning:
-            return "warning";
-        case Severity::kNote:
-            break;
-    }
-    return "note";
-}
-
 std::string Result(const Diagnostic& diagnostic, int ruleIndex) {
     std::string message = diagnostic.message;
     if (!diagnostic.suggestion.empty()) {
@@ -91,7 +79,7 @@ std::string Result(const Diagnostic& diagnostic, int ruleIndex) {
     }
     std::string out = "{\"ruleId\":" + JsonString(diagnostic.rule) +
                       ",\"ruleIndex\":" + std::to_string(ruleIndex) + ",\"level\":\"" +
-                      Level(diagnostic.severity) +
+                      SeverityName(diagnostic.severity) +
                       "\",\"message\":{\"text\":" + JsonString(message) + "}";
     if (diagnostic.where.HasFile()) {
         out += ",\"locations\":[" + Location(diagnostic.where) + "]";

@@ -20,18 +20,6 @@ namespace {
 // Lines longer than this are shown as a window around the column.
 constexpr std::size_t kShownBytes = 200;
 
-const char* SeverityName(Severity severity) {
-    switch (severity) {
-        case Severity::kError:
-            return "error";
-        case Severity::kWarning:
-            return "warning";
-        case Severity::kNote:
-            break;
-    }
-    return "note";
-}
-
 std::string Header(const SourceLocation& where, Severity severity, const std::string& message) {
     std::string out = "quillard: ";
     if (where.HasFile()) {
