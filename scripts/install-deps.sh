@@ -1,9 +1,10 @@
 #!/bin/sh
-# Installs the Debian packages the build needs, when some are missing.
+# Installs the Debian packages the tool's build needs, and the ones named as
+# arguments (what the tests or the package build need), when some are missing.
 # As root it runs apt-get itself; otherwise it prints the one line to run and fails.
 set -eu
 
-packages="cmake g++ make pkg-config groff-base libmxml-dev libgtest-dev libgmock-dev libxml2-utils $*"
+packages="cmake g++ make pkg-config libmxml-dev $*"
 missing=""
 for package in $packages; do
     if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed"; then
