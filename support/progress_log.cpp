@@ -31,6 +31,7 @@ int g_logDescriptor = -1;
 // Set when a line of this run could not be written: quillard.log is then not
 // this run's log, and is not copied.
 bool g_logFailed = false;
+int g_logError = 0;  // errno of the first failure
 std::string g_encoded;
 LogSink g_logSink = nullptr;
 
@@ -58,6 +59,7 @@ bool OpenLogFile(int mode) {
         const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | (mode == 1 ? O_TRUNC : 0);
         g_logDescriptor = open(kLogFileName, flags, 0644);
         if (g_logDescriptor < 0) {
+            g_logError = g_logFailed ? g_logError : errno;
             g_logFailed = true;
         }
     }
@@ -82,7 +84,9 @@ void ProgressLog(const wchar_t* text, int mode) {
         std::size_t written = 0;
         if (!WriteFully(g_logDescriptor, std::as_bytes(std::span(g_encoded.data(), count)),
                         written)) {
-            g_logFailed = true;  // a full disk or a vanished file drops the line silently
+            // A full disk or a vanished file drops the line silently.
+            g_logError = g_logFailed ? g_logError : errno;
+            g_logFailed = true;
         }
     }
 }
@@ -129,7 +133,8 @@ void CopyLogTo(const char* name) {
         return;  // the log is already where it was asked for
     }
     if (g_logFailed) {
-        ReportCopyError(name, "quillard.log could not be written in this run");
+        ReportCopyError(name, "quillard.log could not be written in this run (" +
+                                  SystemReason(g_logError) + ")");
         return;
     }
     const int log = open(kLogFileName, O_RDONLY | O_CLOEXEC);
@@ -156,6 +161,7 @@ void ResetProgressLog() {
         g_logDescriptor = -1;
     }
     g_logFailed = false;
+    g_logError = 0;
     g_bCreateLog = 0;
     std::wmemset(g_strLogFile, L'\0', kLogFileNameUnits);
     std::wmemset(g_strLog, L'\0', kLogBufferUnits);
