@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/cli/cli_harness.h"
+#include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
@@ -53,7 +54,7 @@ std::string SetWith(int line, const std::string& text, const char* lastLine = nu
     return out;
 }
 
-enum class Kind { kSystem, kDirectory, kUserAgainstBlob, kOptionsOnly };
+enum class Kind { kSystem, kSystemUtf16, kDirectory, kUserAgainstBlob, kOptionsOnly };
 
 struct Mistake {
     const char* name;
@@ -74,6 +75,8 @@ const std::vector<Mistake>& Mistakes() {
          "set.xml:13:32: error", "Property", 0},
         {"MisspeltProperty", 13, "\t\t\t<value Property=\"Smothing\">1</value>",
          "set.xml:13:42: error", "Smoothing", 0},
+        {"MisspeltPropertyInUtf16", 13, "\t\t\t<value Property=\"Smothing\">1</value>",
+         "set.xml:13:42: error", "Smoothing", 0, Kind::kSystemUtf16},
         {"MisspeltAreaOfProfile", 12, "\t\t<profile Area=\"Lumen3d\" Usage=\"Quiet\">",
          "set.xml:12:32: error", "Lumen3D", 0},
         {"MisspeltProfileInUse", 18, "\t\t\t<use Area=\"Lumen3D\">Quite</use>",
@@ -142,6 +145,11 @@ TEST_P(Diagnostics, NamesThePlaceTheSeverityAndTheHint) {
         switch (m.kind) {
             case Kind::kSystem:
                 WriteFile(dir / "set.xml", SetWith(m.line, m.text, m.lastLine));
+                args = {"-s", "set.xml", "-b", "out.blb"};
+                break;
+            case Kind::kSystemUtf16:
+                // Columns count characters, whatever the encoding.
+                WriteFile(dir / "set.xml", test::Utf16WithMark(SetWith(m.line, m.text)));
                 args = {"-s", "set.xml", "-b", "out.blb"};
                 break;
             case Kind::kDirectory:
