@@ -594,42 +594,32 @@ bool Checker::Content() {
                         open.name.size() + 1);
         }
         const char c = text_[at_];
+        bool good = true;
+        bool empty = false;
         if (c == ']') {
             if (Starts("]]>")) {
                 return Fail(at_, "']]>' is not allowed in text; write ]]&gt;", 3);
             }
             ++at_;
         } else if (c == '&') {
-            if (!Reference()) {
-                return false;
-            }
+            good = Reference();
         } else if (c != '<') {
-            if (!PassCharacter()) {
-                return false;
-            }
+            good = PassCharacter();
         } else if (Starts("</")) {
-            if (!EndTag()) {
-                return false;
-            }
+            good = EndTag();
         } else if (Starts("<!--")) {
-            if (!Comment()) {
-                return false;
-            }
+            good = Comment();
         } else if (Starts("<![CDATA[")) {
-            if (!CData()) {
-                return false;
-            }
+            good = CData();
         } else if (Starts("<?")) {
-            if (!ProcessingInstruction()) {
-                return false;
-            }
+            good = ProcessingInstruction();
         } else if (Starts("<!")) {
             return Fail(at_, "'<!' starts no markup allowed here", 2);
         } else {
-            bool empty = false;
-            if (!StartTag(empty)) {
-                return false;
-            }
+            good = StartTag(empty);
+        }
+        if (!good) {
+            return false;
         }
     }
     return true;
