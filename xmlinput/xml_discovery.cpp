@@ -1,6 +1,8 @@
 #include "xmlinput/xml_discovery.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 
@@ -157,7 +159,11 @@ int LoadAndValidate(const char* path, int bCountProperties, LoadedXml& loaded) {
 int ReadAllXmls(const char* directory, int bCountProperties) {
     LogFormat(L"Searching for xml's in: - %ls\n", WidenForLog(directory).c_str());
     XmlFileList list;
-    if (directory == nullptr || FindXmlFiles(directory, list.paths) != 0) {
+    const int found = directory != nullptr ? FindXmlFiles(directory, list.paths) : -1;
+    if (found == -2) {
+        return -2;
+    }
+    if (found != 0) {
         ProgressLog(L"No XML file found.\n", 0);
         if (directory != nullptr && list.paths.empty()) {
             Report(Diagnostic::Error("no-xml-file", FileLocation(AddSourceName(directory)),
@@ -200,9 +206,38 @@ int ReadAllXmls(const char* directory, int bCountProperties) {
     return read > 0 ? 0 : -1;
 }
 
-int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
-    DIR* listing = opendir(directory);
+namespace {
+
+// An entry's type as the listing gives it or, where the file system leaves it
+// unknown (some network and FUSE file systems), as the entry itself says
+// without following a link. DT_UNKNOWN when it cannot be asked.
+unsigned char EntryType(DIR* listing, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) {
+        return entry.d_type;
+    }
+    struct stat info {};
+    if (fstatat(dirfd(listing), entry.d_name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        return DT_UNKNOWN;
+    }
+    return static_cast<unsigned char>(IFTODT(info.st_mode));
+}
+
+// A folder below the -p directory that cannot be read would drop its files
+// from the set unnoticed; it ends the scan instead.
+int RefuseFolder(const std::string& path, int error) {
+    LogFormat(L"ERROR, folder cannot be read: - %ls\n", WidenForLog(path.c_str()).c_str());
+    Report(Diagnostic::Error("cannot-read", FileLocation(AddSourceName(path)),
+                             "-p cannot read this folder: " + SystemReason(error)));
+    return -2;
+}
+
+// Scans directory into files; depth counts the folders above it in the scan.
+int ScanFolder(const std::string& directory, std::vector<std::string>& files, int depth) {
+    DIR* listing = opendir(directory.c_str());
     if (listing == nullptr) {
+        if (depth > 0) {
+            return RefuseFolder(directory, errno);
+        }
         Report(Diagnostic::Error("cannot-read", FileLocation(AddSourceName(directory)),
                                  "cannot read the directory: " + SystemReason(errno)));
         return -1;
@@ -211,27 +246,47 @@ int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
     // tree holds one open directory at a time; entries go in byte order of
     // their names, whatever order the file system lists them in.
     std::vector<std::pair<std::string, unsigned char>> entries;
-    while (const dirent* entry = readdir(listing)) {
+    int unreadable = 0;
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(listing);
+        if (entry == nullptr) {
+            unreadable = errno;
+            break;
+        }
         const std::string_view name = entry->d_name;
         if (name == "." || name == "..") {
             continue;
         }
-        // Links, devices and entries of unknown type are skipped, so a link
-        // loop is never followed.
-        if (entry->d_type == DT_DIR || entry->d_type == DT_REG) {
-            entries.emplace_back(name, entry->d_type);
+        const unsigned char type = EntryType(listing, *entry);
+        if (type == DT_UNKNOWN) {
+            unreadable = errno;
+            break;
         }
+        // Links, devices and pipes are passed over, so a link loop is never
+        // followed; a diagnostic says so.
+        entries.emplace_back(name, type);
     }
     closedir(listing);
+    if (unreadable != 0) {
+        return RefuseFolder(directory, unreadable);
+    }
     std::sort(entries.begin(), entries.end());
 
-    const std::wstring wideDirectory = WidenForLog(directory);
+    const std::wstring wideDirectory = WidenForLog(directory.c_str());
     for (const auto& [name, type] : entries) {
-        const std::string path = std::string(directory) + "/" + name;
+        const std::string path = directory + "/" + name;
         if (type == DT_DIR) {
             LogFormat(L"folder found:- %ls/%ls\n", wideDirectory.c_str(),
                       WidenForLog(name.c_str()).c_str());
-            FindXmlFiles(path.c_str(), files);
+            if (ScanFolder(path, files, depth + 1) == -2) {
+                return -2;
+            }
+        } else if (type != DT_REG) {
+            Report(Diagnostic::Warning("not-followed", FileLocation(AddSourceName(path)),
+                                       type == DT_LNK
+                                           ? "-p does not follow symbolic links; passed over"
+                                           : "-p reads only files and folders; passed over"));
         } else if (HasXmlExtension(name)) {
             LogFormat(L"XML file found:- %ls/%ls\n", wideDirectory.c_str(),
                       WidenForLog(name.c_str()).c_str());
@@ -239,6 +294,12 @@ int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
         }
     }
     return files.empty() ? -1 : 0;
+}
+
+}  // namespace
+
+int FindXmlFiles(const char* directory, std::vector<std::string>& files) {
+    return ScanFolder(directory, files, 0);
 }
 
 int ExtractFileName(const XmlFileList& list, int index, char*& name) {

@@ -22,7 +22,9 @@ int ReadAllXmls(const char* directory, int bCountProperties);
 
 // Appends the paths of the XML files in and below directory to files. Entries
 // are taken in byte order of their names; sub-directories stand where they
-// sort. -1 when the directory cannot be opened or files is still empty, else 0.
+// sort; links, devices and pipes are passed over with a warning. -1 when the
+// directory cannot be opened or files is still empty; -2 when a folder below
+// it cannot be read (an ERROR: its files would be missing); else 0.
 int FindXmlFiles(const char* directory, std::vector<std::string>& files);
 
 // A tracked copy of the index-th path of the list (from 1) in name, and 0; -1

@@ -285,6 +285,32 @@ std::vector<BadInputCase> Cases() {
              fs::permissions(dir / "tree/set.xml", fs::perms::none);
          },
          255, "XML Invalid!!!\n", BlobAfter::kUnchanged, tree, "good.blb", Needs::kUnprivileged},
+        {"DirectoryWithAnUnreadableSubdirectory",
+         [good](const fs::path& dir) {
+             WriteFile(dir / "tree/a.xml", good);
+             WriteFile(dir / "tree/locked/b.xml", good);
+             fs::permissions(dir / "tree/locked", fs::perms::none);
+         },
+         255, "ERROR, folder cannot be read: - tree/locked\n", BlobAfter::kUnchanged, tree,
+         "good.blb", Needs::kUnprivileged},
+        // Some network and FUSE file systems list every entry with an unknown type.
+        {.name = "FileSystemWithoutEntryTypes",
+         .make =
+             [good](const fs::path& dir) {
+                 WriteFile(dir / "tree/sub/set.xml", good);
+                 fs::create_directory_symlink("..", dir / "tree/sub/up");
+             },
+         .status = 0,
+         .errorLine = "",
+         .after = BlobAfter::kRebuilt,
+         .args = tree,
+         .env = {{"LD_PRELOAD", UNKNOWN_ENTRY_TYPE_LIBRARY},
+                 {"ASAN_OPTIONS", "verify_asan_link_order=0"}},
+         .check =
+             [](const fs::path& dir, const RunResult&) {
+                 EXPECT_THAT(ReadFile(dir / "quillard.log"),
+                             HasSubstr("XML file found:- tree/sub/set.xml\n"));
+             }},
         {.name = "LinkInAStickyDirectoryThatTheKernelWouldNotFollow",
          .make =
              [good](const fs::path& dir) {
