@@ -48,6 +48,32 @@ class LineWriter {
     std::size_t used_ = 0;
 };
 
+// Decodes narrow text into line (when given) and returns its number of characters.
+std::size_t DecodeNarrow(const char* text, LineWriter* line) {
+    std::mbstate_t state{};
+    std::size_t characters = 0;
+    std::size_t left = std::strlen(text);
+    while (left > 0) {
+        wchar_t unit = 0;
+        std::size_t used = static_cast<unsigned char>(*text) < 0x80
+                               ? (unit = static_cast<wchar_t>(*text), 1)
+                               : std::mbrtowc(&unit, text, left, &state);
+        if (used == static_cast<std::size_t>(-1) || used == static_cast<std::size_t>(-2) ||
+            used == 0) {
+            unit = L'\xFFFD';
+            used = 1;
+            state = std::mbstate_t{};
+        }
+        if (line != nullptr) {
+            line->Put(unit);
+        }
+        ++characters;
+        text += used;
+        left -= used;
+    }
+    return characters;
+}
+
 }  // namespace
 
 bool FormatLogLine(wchar_t* out, std::size_t bound, const wchar_t* format, va_list arguments) {
@@ -111,22 +137,15 @@ bool FormatLogLine(wchar_t* out, std::size_t bound, const wchar_t* format, va_li
                         line.Put(*text);
                     }
                 } else if (longs == 0) {
-                    // Narrow text decodes with the character type; only ASCII is
-                    // taken here, the rest goes the long way.
+                    // Narrow text decodes with the character type (UTF-8 in a
+                    // run); a byte that does not decode stands as U+FFFD, so
+                    // that a file name in another encoding still gives its line.
                     const auto* text = va_arg(arguments, const char*);
                     if (text == nullptr) {
                         return false;
                     }
-                    const std::size_t length = width > 0 ? std::strlen(text) : 0;
-                    for (const char* c = text; *c != '\0'; ++c) {
-                        if (static_cast<unsigned char>(*c) >= 0x80) {
-                            return false;
-                        }
-                    }
-                    line.Pad(width, length);
-                    for (; *text != '\0'; ++text) {
-                        line.Put(static_cast<wchar_t>(*text));
-                    }
+                    line.Pad(width, width > 0 ? DecodeNarrow(text, nullptr) : 0);
+                    DecodeNarrow(text, &line);
                 } else {
                     return false;
                 }
