@@ -219,5 +219,17 @@ TEST(DiagnosticsClean, TheExamplesPrintNothingOnStandardError) {
     EXPECT_EQ(run.err, "");
 }
 
+// A SARIF log names each file by an absolute URI, with the bytes a URI cannot
+// hold escaped and the ones it can left as they are.
+TEST(DiagnosticsSarif, NamesTheFileByItsUri) {
+    ScratchDir dir;
+    WriteFile(dir / "my set~1.xml", SetWith(13, "\t\t\t<vlaue Property=\"Smoothing\">1</vlaue>"));
+    const RunResult run = RunQuillard(
+        dir.path(), {"--diagnostics-format=sarif", "-s", "my set~1.xml", "-b", "o.blb"});
+    EXPECT_NE(run.err.find("\"uri\":\"file://" + dir.path().string() + "/my%20set~1.xml\""),
+              std::string::npos)
+        << run.err;
+}
+
 }  // namespace
 }  // namespace qk::cli
