@@ -48,6 +48,9 @@ TEST(WellFormed, FindsThePlaceWhereTheTextGoesWrong) {
              SyntaxCase{"<a>\xED\xA0\x80</a>", 3, "U+D800"},
              SyntaxCase{"<a><!-- \xFF --></a>", 8, "does not start"},
              SyntaxCase{"<a>", 0, "not closed"},
+             SyntaxCase{"<?xml version=\"2.0\"?><a/>", 15, "version is not valid"},
+             SyntaxCase{"<?xml version=1.0?><a/>", 14, "must be quoted"},
+             SyntaxCase{"<?xml encoding=\"UTF-8\"?><a/>", 6, "must begin with its version"},
          }) {
         std::vector<std::uint32_t> nodes;
         XmlSyntaxError error;
