@@ -69,6 +69,13 @@ int WriteBinFile(char* name) {
             report("writing failed (" + SystemReason(result.cause) +
                    "); the file is left as it was");
             break;
+        case OutputError::kPathChanged:
+            LogFormat(
+                L"ERROR, WriteBinFile(): - \"%s\" changed while the blob was written; nothing "
+                L"is written.\n",
+                target);
+            report(std::string(kPathChangedReason));
+            break;
         case OutputError::kReplaceFailed:
             LogFormat(
                 L"ERROR, WriteBinFile(): - unable to replace \"%s\"; the file is left as it "

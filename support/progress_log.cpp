@@ -147,6 +147,8 @@ void CopyLogTo(const char* name) {
     if (result.error != OutputError::kNone) {
         ReportCopyError(name, result.error == OutputError::kDanglingLink
                                   ? "it is a symbolic link to a file that does not exist"
+                              : result.error == OutputError::kPathChanged
+                                  ? kPathChangedReason
                                   : SystemReason(result.cause));
     }
 }
