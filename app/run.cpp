@@ -13,6 +13,7 @@
 
 #include "app/command_line.h"
 #include "app/help_text.h"
+#include "app/output_collision.h"
 #include "blob/blob_file.h"
 #include "blob/compact_builder.h"
 #include "blob/version_string.h"
@@ -25,6 +26,7 @@
 #include "model/file_kind.h"
 #include "support/diagnostic.h"
 #include "support/fatal_exit.h"
+#include "support/input_files.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
@@ -44,10 +46,14 @@ constexpr std::size_t kNameBytes = 256;
 constexpr int kErrorStatus = 255;
 
 // The end of a run that copies the log: the -l name is narrowed as it was
-// given, and the log copied there.
+// given, and the log copied there, unless that is a file the run has read
+// (a run that fails reading copies its log too).
 void CopyLogToLogFile() {
     if (g_strLogFile[0] != L'\0') {
-        CopyLogTo(wctochar(g_strLogFile));
+        const char* name = wctochar(g_strLogFile);
+        if (name == nullptr || !OutputsCollide({{name}})) {
+            CopyLogTo(name);
+        }
     }
 }
 
@@ -108,12 +114,16 @@ class Run {
     void ReadSingleFiles();
     void ReadDirectories();
     void LogAllocationCount() const { LogFormat(L"g_iMalloced = %d\n", g_iMalloced); }
+    // Ends the run (status 255, nothing written, no copy of the log) when an
+    // output of the run is an input or another output.
+    void RefuseCollidingOutputs() const;
 
     int argc_;
     char** argv_;
     std::vector<char*> singleDash_;
     char inputName_[kNameBytes] = {};
     char blobName_[kNameBytes] = {};
+    const char* logName_ = nullptr;  // the -l value, as given
     int work_ = 0;
     int reverse_ = 0;
     int dump_ = 0;
@@ -144,6 +154,7 @@ void Run::ExamineLogOption() {
     if (wide == nullptr || !SetLogFile(wide)) {
         RefuseValue("-l");
     }
+    logName_ = value;
     SetCreateLog(1);
     ProgressLog(L"Launching Quillkit, Log progress selected...\n", 1);
 }
@@ -187,6 +198,29 @@ void Run::Refuse(const std::string& subject, const char* why) {
     ExitFree();
 }
 
+void Run::RefuseCollidingOutputs() const {
+    std::vector<PlannedOutput> outputs;
+    if (reverse_ != 0) {
+        // The -s values as ReadSingleFiles takes them; compared here without
+        // Find, whose allocations the log counts.
+        for (std::size_t index = 0; index + 1 < singleDash_.size(); ++index) {
+            if (std::strcmp(singleDash_[index], "-s") == 0) {
+                outputs.push_back({singleDash_[index + 1]});
+            }
+        }
+    } else if (inputLoaded_ != 0) {
+        outputs.push_back({BlobTargetName(blobName_)});
+    }
+    if (logName_ != nullptr) {
+        outputs.push_back({logName_});
+    }
+    if (OutputsCollide(outputs)) {
+        FreeAll();
+        ProgressLog(L"Exiting Quillkit...\n", 0);
+        throw FatalExit{kErrorStatus, false};
+    }
+}
+
 // --diff A B: the two blobs compared; the run ends with diff's statuses.
 int Run::CompareBlobs(int index) {
     const char* first = LongValue(index, 1);
@@ -196,6 +230,9 @@ int Run::CompareBlobs(int index) {
         ProgressLog(L"ERROR, --diff needs two blob file names.\n", 0);
         Report(Diagnostic::Error("missing-option-value", {}, "--diff needs two blob file names"));
     } else {
+        RecordInputName(first);
+        RecordInputName(second);
+        RefuseCollidingOutputs();
         status = DiffBlobFiles(first, second);
     }
     CopyLogToLogFile();
@@ -207,6 +244,7 @@ void Run::AnswerFrom(const char* option, int index) {
     if (path == nullptr) {
         Refuse(option, "needs a blob file name.");
     }
+    RecordInputName(path);
     std::string problem;
     answers_ = LoadBlobDatabase(path, &problem);
     if (!answers_) {
@@ -423,8 +461,15 @@ int Run::Execute() {
     ExamineSourceDateEpoch();
     ExamineInstalledSetOptions();
 
+    if (reverse_ != 0) {
+        RefuseCollidingOutputs();  // -r writes as it goes
+    }
     ReadSingleFiles();
     ReadDirectories();
+    if (dump_ != 0 && inputLoaded_ == 0) {
+        RecordInputName(blobName_);  // -o dumps it
+    }
+    RefuseCollidingOutputs();
     if (work_ == 0) {
         return 0;
     }
