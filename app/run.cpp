@@ -1,6 +1,8 @@
 #include "app/run.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -55,6 +57,25 @@ void CopyLogToLogFile() {
             CopyLogTo(name);
         }
     }
+}
+
+// Whether everything printed on standard output got there. When not (a full
+// disk, a closed pipe), a diagnostic says so once: an error, which --strict
+// turns into a failed run.
+bool StandardOutputWritten() {
+    static bool reported = false;
+    const bool failedBefore = std::ferror(stdout) != 0;
+    errno = 0;
+    const bool flushed = std::fflush(stdout) == 0;
+    if ((flushed && !failedBefore) || reported) {
+        return flushed && !failedBefore;
+    }
+    const int cause = errno;
+    reported = true;
+    Report(Diagnostic::Error("cannot-write", {},
+                             std::string("standard output could not be written") +
+                                 (cause != 0 ? ": " + SystemReason(cause) : std::string())));
+    return false;
 }
 
 class Run {
@@ -234,6 +255,9 @@ int Run::CompareBlobs(int index) {
         RecordInputName(second);
         RefuseCollidingOutputs();
         status = DiffBlobFiles(first, second);
+        if (!StandardOutputWritten()) {
+            status = 2;  // the differences were not shown
+        }
     }
     CopyLogToLogFile();
     return status;
@@ -386,11 +410,11 @@ int Run::Execute() {
     }
     if (FindLong("--help") >= 0) {
         OutputUsage();
-        return 0;
+        return StandardOutputWritten() ? 0 : kErrorStatus;
     }
     if (FindLong("--version") >= 0) {
         OutputVersion();
-        return 0;
+        return StandardOutputWritten() ? 0 : kErrorStatus;
     }
     ProgressLog(L"_UNICODE NOT defined.\n", 0);
     ProgressLog(L"LAUNCHING Linux ...\n", 0);
@@ -404,6 +428,7 @@ int Run::Execute() {
     // command line; the order decides precedence and early exits.
     if (Find(L"-hiddenhelp") >= 0 || Find(L"/hiddenhelp") >= 0) {
         OutputHelp();
+        StandardOutputWritten();
         return 0;
     }
     if (Find(L"-reload") >= 0) {
@@ -455,6 +480,7 @@ int Run::Execute() {
     }
     if (Find(L"-v") >= 0) {
         printVersionString();
+        StandardOutputWritten();
         return 0;
     }
     ExamineReleaseOption();
@@ -531,8 +557,11 @@ int RunQuillard(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);
     UseUtf8CharacterType();
     try {
-        return StrictStatus(Run(argc, argv).Execute());
+        const int status = Run(argc, argv).Execute();
+        StandardOutputWritten();
+        return StrictStatus(status);
     } catch (const FatalExit& exit) {
+        StandardOutputWritten();
         if (exit.copyLog) {
             try {
                 CopyLogToLogFile();
