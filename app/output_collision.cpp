@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <string_view>
 
 #include "support/diagnostic.h"
 #include "support/input_files.h"
@@ -48,10 +49,12 @@ std::optional<Identity> IdentityOf(const std::string& path) {
 }
 
 void Refuse(const std::string& output, const char* kind, const std::string& other) {
+    const bool input = std::string_view(kind) == "input";
     const std::string why = "output " + Quoted(output) + " is the same file as " + kind + " " +
                             Quoted(other) + "; nothing is written";
     ProgressLog(WidenForLog(("ERROR, " + why + ".\n").c_str()).c_str(), 0);
-    Report(Diagnostic::Error("output-is-input", FileLocation(AddSourceName(output)), why));
+    Report(Diagnostic::Error(input ? "output-is-input" : "output-twice",
+                             FileLocation(AddSourceName(output)), why));
 }
 
 }  // namespace

@@ -88,6 +88,7 @@ struct Sharing {
 const Sharing kSharings[] = {
     {"OtherUsersFileInStickyDirectory", 01777, 0, Planted::kRegular, kNobody},
     {"OtherUsersFifoInStickyDirectory", 01777, 0, Planted::kFifo, kNobody},
+    {"OwnFifoInStickyDirectory", 01777, 0, Planted::kFifo, 0},
     {"OwnFileInStickyDirectory", 01777, 0, Planted::kRegular, 0},
     {"DirectoryOwnersFileInStickyDirectory", 01777, kNobody, Planted::kRegular, kNobody},
     {"OtherUsersFileInOpenDirectory", 0777, 0, Planted::kRegular, kNobody},
