@@ -17,6 +17,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tests/cli/cli_harness.h"
@@ -211,32 +212,40 @@ TEST(TemporaryFiles, OnlyTheRunningUsersAreRemoved) {
 }
 
 // ---------------------------------------------------------------------------
-// A path that becomes a link to another file once the tool has opened it: the
-// output is refused, and neither the file the link names nor the file that was
-// opened receives a byte.
+// A path that becomes a link to another file while the tool writes it (right
+// after the tool opened it, or once the new file exists beside it): the output
+// is refused, and neither the file the link names nor the file that was opened
+// receives a byte.
 
-class SwappedPath : public ::testing::TestWithParam<Output> {};
+struct SwapCase {
+    Output output;
+    const char* when;  // the moment of the swap (tests/support/output_swap.cpp)
+};
+
+class SwappedPath : public ::testing::TestWithParam<SwapCase> {};
 
 TEST_P(SwappedPath, IsAnErrorAndNothingIsWritten) {
+    const auto& [output, when] = GetParam();
     ScratchDir dir;
     WriteInputs(dir.path());
     WriteFile(dir / "target.out", kOld);
     WriteFile(dir / "victim.out", "not to be touched\n");
-    std::vector<std::string> args = Writing(GetParam(), "target.out");
+    std::vector<std::string> args = Writing(output, "target.out");
     args.push_back("--strict");
-    if (GetParam() != Output::kLogCopy) {
+    if (output != Output::kLogCopy) {
         args.insert(args.end(), {"-l", "run.log"});
     }
     const RunResult run = RunQuillard(dir.path(), args,
                                       {{"LD_PRELOAD", OUTPUT_SWAP_LIBRARY},
                                        {"QUILLKIT_SWAP_PATH", "target.out"},
-                                       {"QUILLKIT_SWAP_TARGET", "victim.out"}});
+                                       {"QUILLKIT_SWAP_TARGET", "victim.out"},
+                                       {"QUILLKIT_SWAP_WHEN", when}});
     EXPECT_EQ(run.status, 255) << run.err;
     EXPECT_THAT(run.err, HasSubstr("target.out"));
     EXPECT_EQ(ReadFile(dir / "victim.out"), "not to be touched\n");
     EXPECT_EQ(ReadFile(dir / "target.out.moved"), kOld) << "the opened file was written";
     EXPECT_TRUE(fs::is_symlink(dir / "target.out"));
-    if (GetParam() != Output::kLogCopy) {
+    if (output != Output::kLogCopy) {
         EXPECT_THAT(ReadFile(dir / "quillard.log"), HasSubstr("ERROR"));
     }
     for (const auto& entry : fs::directory_iterator(dir.path())) {
@@ -244,10 +253,21 @@ TEST_P(SwappedPath, IsAnErrorAndNothingIsWritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, SwappedPath,
-                         ::testing::Values(Output::kBlob, Output::kReverse, Output::kLogCopy),
-                         [](const ::testing::TestParamInfo<Output>& param) {
-                             return std::string(OutputName(param.param));
+std::vector<SwapCase> SwapCases() {
+    std::vector<SwapCase> cases;
+    for (const char* when : {"open", "tmpfile"}) {
+        for (Output output : {Output::kBlob, Output::kReverse, Output::kLogCopy}) {
+            cases.push_back({output, when});
+        }
+    }
+    return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cli, SwappedPath, ::testing::ValuesIn(SwapCases()),
+                         [](const ::testing::TestParamInfo<SwapCase>& param) {
+                             return std::string(OutputName(param.param.output)) + "At" +
+                                    (std::string_view(param.param.when) == "open" ? "Open"
+                                                                                  : "NewFile");
                          });
 
 // ---------------------------------------------------------------------------
