@@ -1,6 +1,8 @@
 #include "app/run.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -13,6 +15,7 @@
 
 #include "app/command_line.h"
 #include "app/help_text.h"
+#include "app/output_collision.h"
 #include "blob/blob_file.h"
 #include "blob/compact_builder.h"
 #include "blob/version_string.h"
@@ -25,6 +28,7 @@
 #include "model/file_kind.h"
 #include "support/diagnostic.h"
 #include "support/fatal_exit.h"
+#include "support/input_files.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
@@ -44,11 +48,34 @@ constexpr std::size_t kNameBytes = 256;
 constexpr int kErrorStatus = 255;
 
 // The end of a run that copies the log: the -l name is narrowed as it was
-// given, and the log copied there.
+// given, and the log copied there, unless that is a file the run has read
+// (a run that fails reading copies its log too).
 void CopyLogToLogFile() {
     if (g_strLogFile[0] != L'\0') {
-        CopyLogTo(wctochar(g_strLogFile));
+        const char* name = wctochar(g_strLogFile);
+        if (name == nullptr || !OutputsCollide({{name}})) {
+            CopyLogTo(name);
+        }
     }
+}
+
+// Whether everything printed on standard output got there. When not (a full
+// disk, a closed pipe), a diagnostic says so once: an error, which --strict
+// turns into a failed run.
+bool StandardOutputWritten() {
+    static bool reported = false;
+    const bool failedBefore = std::ferror(stdout) != 0;
+    errno = 0;
+    const bool flushed = std::fflush(stdout) == 0;
+    if ((flushed && !failedBefore) || reported) {
+        return flushed && !failedBefore;
+    }
+    const int cause = errno;
+    reported = true;
+    Report(Diagnostic::Error("cannot-write", {},
+                             std::string("standard output could not be written") +
+                                 (cause != 0 ? ": " + SystemReason(cause) : std::string())));
+    return false;
 }
 
 class Run {
@@ -108,12 +135,16 @@ class Run {
     void ReadSingleFiles();
     void ReadDirectories();
     void LogAllocationCount() const { LogFormat(L"g_iMalloced = %d\n", g_iMalloced); }
+    // Ends the run (status 255, nothing written, no copy of the log) when an
+    // output of the run is an input or another output.
+    void RefuseCollidingOutputs() const;
 
     int argc_;
     char** argv_;
     std::vector<char*> singleDash_;
     char inputName_[kNameBytes] = {};
     char blobName_[kNameBytes] = {};
+    const char* logName_ = nullptr;  // the -l value, as given
     int work_ = 0;
     int reverse_ = 0;
     int dump_ = 0;
@@ -144,6 +175,7 @@ void Run::ExamineLogOption() {
     if (wide == nullptr || !SetLogFile(wide)) {
         RefuseValue("-l");
     }
+    logName_ = value;
     SetCreateLog(1);
     ProgressLog(L"Launching Quillkit, Log progress selected...\n", 1);
 }
@@ -187,6 +219,29 @@ void Run::Refuse(const std::string& subject, const char* why) {
     ExitFree();
 }
 
+void Run::RefuseCollidingOutputs() const {
+    std::vector<PlannedOutput> outputs;
+    if (reverse_ != 0) {
+        // The -s values as ReadSingleFiles takes them; compared here without
+        // Find, whose allocations the log counts.
+        for (std::size_t index = 0; index + 1 < singleDash_.size(); ++index) {
+            if (std::strcmp(singleDash_[index], "-s") == 0) {
+                outputs.push_back({singleDash_[index + 1]});
+            }
+        }
+    } else if (inputLoaded_ != 0) {
+        outputs.push_back({BlobTargetName(blobName_)});
+    }
+    if (logName_ != nullptr) {
+        outputs.push_back({logName_});
+    }
+    if (OutputsCollide(outputs)) {
+        FreeAll();
+        ProgressLog(L"Exiting Quillkit...\n", 0);
+        throw FatalExit{kErrorStatus, false};
+    }
+}
+
 // --diff A B: the two blobs compared; the run ends with diff's statuses.
 int Run::CompareBlobs(int index) {
     const char* first = LongValue(index, 1);
@@ -196,7 +251,13 @@ int Run::CompareBlobs(int index) {
         ProgressLog(L"ERROR, --diff needs two blob file names.\n", 0);
         Report(Diagnostic::Error("missing-option-value", {}, "--diff needs two blob file names"));
     } else {
+        RecordInputName(first);
+        RecordInputName(second);
+        RefuseCollidingOutputs();
         status = DiffBlobFiles(first, second);
+        if (!StandardOutputWritten()) {
+            status = 2;  // the differences were not shown
+        }
     }
     CopyLogToLogFile();
     return status;
@@ -207,6 +268,7 @@ void Run::AnswerFrom(const char* option, int index) {
     if (path == nullptr) {
         Refuse(option, "needs a blob file name.");
     }
+    RecordInputName(path);
     std::string problem;
     answers_ = LoadBlobDatabase(path, &problem);
     if (!answers_) {
@@ -348,11 +410,11 @@ int Run::Execute() {
     }
     if (FindLong("--help") >= 0) {
         OutputUsage();
-        return 0;
+        return StandardOutputWritten() ? 0 : kErrorStatus;
     }
     if (FindLong("--version") >= 0) {
         OutputVersion();
-        return 0;
+        return StandardOutputWritten() ? 0 : kErrorStatus;
     }
     ProgressLog(L"_UNICODE NOT defined.\n", 0);
     ProgressLog(L"LAUNCHING Linux ...\n", 0);
@@ -366,6 +428,7 @@ int Run::Execute() {
     // command line; the order decides precedence and early exits.
     if (Find(L"-hiddenhelp") >= 0 || Find(L"/hiddenhelp") >= 0) {
         OutputHelp();
+        StandardOutputWritten();
         return 0;
     }
     if (Find(L"-reload") >= 0) {
@@ -417,14 +480,22 @@ int Run::Execute() {
     }
     if (Find(L"-v") >= 0) {
         printVersionString();
+        StandardOutputWritten();
         return 0;
     }
     ExamineReleaseOption();
     ExamineSourceDateEpoch();
     ExamineInstalledSetOptions();
 
+    if (reverse_ != 0) {
+        RefuseCollidingOutputs();  // -r writes as it goes
+    }
     ReadSingleFiles();
     ReadDirectories();
+    if (dump_ != 0 && inputLoaded_ == 0) {
+        RecordInputName(blobName_);  // -o dumps it
+    }
+    RefuseCollidingOutputs();
     if (work_ == 0) {
         return 0;
     }
@@ -486,8 +557,11 @@ int RunQuillard(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);
     UseUtf8CharacterType();
     try {
-        return StrictStatus(Run(argc, argv).Execute());
+        const int status = Run(argc, argv).Execute();
+        StandardOutputWritten();
+        return StrictStatus(status);
     } catch (const FatalExit& exit) {
+        StandardOutputWritten();
         if (exit.copyLog) {
             try {
                 CopyLogToLogFile();

@@ -19,15 +19,9 @@
 
 namespace qk {
 
-namespace {
-
-// The file a blob name stands for: names shorter than 2 characters mean the
-// default file.
-const char* TargetName(const char* name) {
+const char* BlobTargetName(const char* name) {
     return name == nullptr || std::strlen(name) < 2 ? kDefaultBlobName : name;
 }
-
-}  // namespace
 
 int WriteBinFile(char* name) {
     LogFormat(L"WriteBinFile(): - filename = %s\n", name != nullptr ? name : "");
@@ -36,7 +30,7 @@ int WriteBinFile(char* name) {
         return 0;
     }
     const auto count = static_cast<std::size_t>(g_lpApplicationPtr - g_lpBlob);
-    const char* target = TargetName(name);
+    const char* target = BlobTargetName(name);
     if (target != name && name != nullptr) {
         std::strcpy(name, kDefaultBlobName);
     }
@@ -68,6 +62,13 @@ int WriteBinFile(char* name) {
                 target, static_cast<int>(result.written), static_cast<int>(count));
             report("writing failed (" + SystemReason(result.cause) +
                    "); the file is left as it was");
+            break;
+        case OutputError::kPathChanged:
+            LogFormat(
+                L"ERROR, WriteBinFile(): - \"%s\" changed while the blob was written; nothing "
+                L"is written.\n",
+                target);
+            report(std::string(kPathChangedReason));
             break;
         case OutputError::kReplaceFailed:
             LogFormat(

@@ -4,6 +4,10 @@ namespace qk {
 
 constexpr const char* kDefaultBlobName = "quillard.blb";
 
+// The file a blob name stands for: names shorter than 2 characters mean the
+// default file.
+const char* BlobTargetName(const char* name);
+
 // Writes the built image to name ("quillard.blb" when shorter than 2
 // characters; the buffer then receives that name), atomically and durably
 // (WriteOutputFile), so a failed run leaves the old blob whole. Bytes written,

@@ -18,6 +18,7 @@
 #include "model/file_kind.h"
 #include "support/diagnostic.h"
 #include "support/fatal_exit.h"
+#include "support/input_files.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
@@ -91,6 +92,7 @@ void ResetRun() {
     ResetDiagnostics();
     SetDiagnosticsFormat(DiagnosticsFormat::kNone);
     ResetSourceManager();
+    ResetInputFiles();
     ResetFileReader();
     ResetNameLookup();
     ResetConsistency();

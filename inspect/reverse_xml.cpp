@@ -258,10 +258,11 @@ int ReverseToXml(int database, int placeholders, const char* path) {
         LogFormat(L"ERROR, Unable to write XML file: - %s\n", path);
         Report(Diagnostic::Error(
             "cannot-write", FileLocation(AddSourceName(path)),
-            "the XML is not written: " + (written.error == OutputError::kDanglingLink
-                                              ? std::string("it is a symbolic link to a file that "
-                                                            "does not exist")
-                                              : SystemReason(written.cause))));
+            "the XML is not written: " +
+                (written.error == OutputError::kDanglingLink
+                     ? std::string("it is a symbolic link to a file that does not exist")
+                 : written.error == OutputError::kPathChanged ? std::string(kPathChangedReason)
+                                                              : SystemReason(written.cause))));
         return -1;
     }
     return 0;

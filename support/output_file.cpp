@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -74,6 +75,22 @@ bool IsTemporaryName(std::string_view name) {
            name.starts_with(kTemporaryPrefix) && name.ends_with(kTemporarySuffix);
 }
 
+bool SameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether name in directory is, itself and not through a link, the file known as expected.
+bool SameFileAt(int directory, const char* name, const struct stat& expected) {
+    struct stat now {};
+    return fstatat(directory, name, &now, AT_SYMLINK_NOFOLLOW) == 0 && SameFile(now, expected);
+}
+
+// Whether name in directory names nothing at all.
+bool NothingAt(int directory, const char* name) {
+    struct stat now {};
+    return fstatat(directory, name, &now, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+}
+
 // Removes the temporary files that dead writers left in a directory.
 void RemoveAbandonedTemporaries(int directory) {
     const int listing = dup(directory);
@@ -92,9 +109,12 @@ void RemoveAbandonedTemporaries(int directory) {
         }
         const Descriptor file(openat(directory, entry->d_name,
                                      O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+        // Another user's name is never touched: in a shared directory it may
+        // be theirs, in use, or bait.
         struct stat info {};
         if (file && fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) &&
-            flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+            info.st_uid == geteuid() && flock(file.get(), LOCK_EX | LOCK_NB) == 0 &&
+            SameFileAt(directory, entry->d_name, info)) {
             unlinkat(directory, entry->d_name, 0);
         }
     }
@@ -153,13 +173,9 @@ std::string DescriptorPath(int fd) {
     return "/proc/self/fd/" + std::to_string(fd);
 }
 
-// Where a regular file that was opened through path really is: the link, if
-// path is one, resolved as the kernel resolved it.
+// Where a regular file opened through a link really is, as the kernel resolved
+// it; empty when that cannot be told.
 std::string ResolvedPath(const char* path, int fd) {
-    struct stat info {};
-    if (lstat(path, &info) != 0 || !S_ISLNK(info.st_mode)) {
-        return path;
-    }
     const std::string self = DescriptorPath(fd);
     char target[PATH_MAX + 1];
     const ssize_t length = readlink(self.c_str(), target, PATH_MAX);
@@ -172,7 +188,7 @@ std::string ResolvedPath(const char* path, int fd) {
         std::free(real);
         return resolved;
     }
-    return path;
+    return {};
 }
 
 struct Placement {
@@ -197,6 +213,11 @@ void TakeOwnershipAndMode(int fd, const struct stat& old) {
     fchmod(fd, old.st_mode & 0777);
 }
 
+// Puts the new content in the place of one file: the regular file that was
+// opened (old), or nothing (a new file). Everything happens relative to the
+// directory's descriptor, and the name is checked against what was opened just
+// before it is replaced, so that a path changed meanwhile (a link put in its
+// place, a directory moved) sends no byte anywhere else.
 class Replacement {
   public:
     Replacement(Placement placement, const struct stat* old, bool durable)
@@ -206,6 +227,9 @@ class Replacement {
         directory_.Reset(open(placement_.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!directory_) {
             return Failed(OutputError::kCannotOpen);
+        }
+        if (!StillInPlace()) {
+            return Changed();
         }
         const std::optional<OutputResult> unnamed = WriteUnnamed(content);
         const OutputResult result = unnamed ? *unnamed : WriteNamed(content);
@@ -221,6 +245,17 @@ class Replacement {
   private:
     OutputResult Failed(OutputError error, std::size_t written = 0) const {
         return {error, written, errno};
+    }
+    static OutputResult Changed(std::size_t written = 0) {
+        return {OutputError::kPathChanged, written, 0};
+    }
+
+    // Whether the name still stands for what was opened: the old file itself,
+    // or, for a new file, nothing.
+    bool StillInPlace() const {
+        const char* name = placement_.name.c_str();
+        return old_ != nullptr ? SameFileAt(directory_.get(), name, *old_)
+                               : NothingAt(directory_.get(), name);
     }
 
     // Fills fd, a file that does not stand in the path's place yet, with the content.
@@ -254,15 +289,20 @@ class Replacement {
             return filled;
         }
         const SignalsHeld held;
-        // A new file takes its name at once; an old one is replaced through a
-        // temporary name, since a link cannot overwrite.
-        if (old_ == nullptr && Link(file.get(), placement_.name)) {
-            return filled;
+        // A new file takes its name at once, where a link never overwrites;
+        // an old one is replaced through a temporary name.
+        if (old_ == nullptr) {
+            if (Link(file.get(), placement_.name)) {
+                return filled;
+            }
+            if (errno == EEXIST) {
+                return Changed(filled.written);
+            }
         }
         for (int attempt = 0; attempt < 100; ++attempt) {
             const std::string temporary = TemporaryName();
             if (Link(file.get(), temporary)) {
-                return Rename(temporary, filled.written);
+                return PutInPlace(temporary, file.get(), filled.written);
             }
             if (errno != EEXIST) {
                 break;
@@ -305,17 +345,51 @@ class Replacement {
         flock(file.get(), LOCK_EX);
         const OutputResult filled = Fill(file.get(), content);
         if (filled.error != OutputError::kNone) {
-            unlinkat(directory_.get(), temporary.c_str(), 0);
+            RemoveTemporary(temporary, file.get());
             return filled;
         }
-        return Rename(temporary, filled.written);
+        return PutInPlace(temporary, file.get(), filled.written);
     }
 
-    OutputResult Rename(const std::string& temporary, std::size_t written) const {
-        if (renameat(directory_.get(), temporary.c_str(), directory_.get(),
-                     placement_.name.c_str()) != 0) {
-            const int cause = errno;
+    // Removes a temporary name, if it is still the file this run made.
+    void RemoveTemporary(const std::string& temporary, int fd) const {
+        struct stat own {};
+        if (fstat(fd, &own) == 0 && SameFileAt(directory_.get(), temporary.c_str(), own)) {
             unlinkat(directory_.get(), temporary.c_str(), 0);
+        }
+    }
+
+    // The complete file, named temporary, takes the path's place, if the
+    // path still stands for what was opened.
+    OutputResult PutInPlace(const std::string& temporary, int fd, std::size_t written) const {
+        const int directory = directory_.get();
+        const char* name = placement_.name.c_str();
+        int cause = 0;
+        if (old_ == nullptr) {
+            // Nothing may have appeared at the name meanwhile: it is taken
+            // only if free.
+            if (renameat2(directory, temporary.c_str(), directory, name, RENAME_NOREPLACE) == 0) {
+                return {OutputError::kNone, written, 0};
+            }
+            cause = errno;
+            if (cause == EINVAL || cause == ENOSYS) {
+                if (linkat(directory, temporary.c_str(), directory, name, 0) == 0) {
+                    unlinkat(directory, temporary.c_str(), 0);
+                    return {OutputError::kNone, written, 0};
+                }
+                cause = errno;
+            }
+            RemoveTemporary(temporary, fd);
+            return cause == EEXIST ? Changed(written)
+                                   : OutputResult{OutputError::kReplaceFailed, written, cause};
+        }
+        if (!StillInPlace()) {
+            RemoveTemporary(temporary, fd);
+            return Changed(written);
+        }
+        if (renameat(directory, temporary.c_str(), directory, name) != 0) {
+            cause = errno;
+            RemoveTemporary(temporary, fd);
             return {OutputError::kReplaceFailed, written, cause};
         }
         return {OutputError::kNone, written, 0};
@@ -339,18 +413,42 @@ OutputResult WriteInPlace(int fd, const OutputContent& content) {
     return {OutputError::kNone, written, 0};
 }
 
+// Opens an existing path for writing as any program would, with O_CREAT, so
+// that every check the kernel makes for that open applies, the protection of
+// files and pipes in shared sticky directories included; never truncating. A
+// pipe without a reader is not waited for here.
+int OpenExisting(const char* path) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_NOCTTY | O_CLOEXEC;
+    const int fd = open(path, kFlags | O_NONBLOCK, 0666);
+    if (fd < 0 && errno == ENXIO) {
+        return open(path, kFlags, 0666);
+    }
+    return fd;
+}
+
+// Where the regular file opened through path stands: the path itself, or the
+// file a link there leads to. Nothing when the path no longer leads to it.
+std::optional<Placement> PlacementOfOpened(const char* path, int fd, const struct stat& opened) {
+    struct stat here {};
+    if (lstat(path, &here) != 0) {
+        return std::nullopt;
+    }
+    if (!S_ISLNK(here.st_mode)) {
+        return SameFile(here, opened) ? std::optional(PlacementOf(path)) : std::nullopt;
+    }
+    struct stat through {};
+    if (stat(path, &through) != 0 || !SameFile(through, opened)) {
+        return std::nullopt;
+    }
+    const std::string resolved = ResolvedPath(path, fd);
+    return resolved.empty() ? std::nullopt : std::optional(PlacementOf(resolved));
+}
+
 }  // namespace
 
 OutputResult WriteOutputFile(const char* path, const OutputContent& content, bool durable) {
-    // Opening without creating or truncating tells whether this process may
-    // write here at all, with every check the kernel makes (permissions,
-    // protected links), and what it would write to. A pipe without a reader is
-    // not waited for here.
-    Descriptor target(open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
-    if (!target && errno == ENXIO) {
-        target.Reset(open(path, O_WRONLY | O_NOCTTY | O_CLOEXEC));
-    }
-    if (!target) {
+    struct stat seen {};
+    if (stat(path, &seen) != 0) {
         const int cause = errno;
         if (cause != ENOENT) {
             return {OutputError::kCannotOpen, 0, cause};
@@ -365,16 +463,32 @@ OutputResult WriteOutputFile(const char* path, const OutputContent& content, boo
         }
         return Replacement(std::move(placement), nullptr, durable).Write(content);
     }
+    const Descriptor target(OpenExisting(path));
+    if (!target) {
+        return {OutputError::kCannotOpen, 0, errno};
+    }
     struct stat info {};
     if (fstat(target.get(), &info) != 0) {
         return {OutputError::kCannotOpen, 0, errno};
     }
+    if (!SameFile(info, seen)) {
+        // The file went between the look and the open, and the open may have
+        // made an empty one of this process's own in its place: it goes too.
+        struct stat here {};
+        if (S_ISREG(info.st_mode) && info.st_size == 0 && info.st_uid == geteuid() &&
+            lstat(path, &here) == 0 && SameFile(here, info)) {
+            unlink(path);
+        }
+        return {OutputError::kPathChanged, 0, 0};
+    }
     if (!S_ISREG(info.st_mode)) {
         return WriteInPlace(target.get(), content);
     }
-    Placement placement = PlacementOf(ResolvedPath(path, target.get()));
-    target.Reset();
-    return Replacement(std::move(placement), &info, durable).Write(content);
+    std::optional<Placement> placement = PlacementOfOpened(path, target.get(), info);
+    if (!placement) {
+        return {OutputError::kPathChanged, 0, 0};
+    }
+    return Replacement(std::move(*placement), &info, durable).Write(content);
 }
 
 }  // namespace qk

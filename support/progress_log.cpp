@@ -129,8 +129,18 @@ bool IsTheLogItself(const char* name) {
 }  // namespace
 
 void CopyLogTo(const char* name) {
-    if (name == nullptr || IsTheLogItself(name)) {
-        return;  // the log is already where it was asked for
+    if (name == nullptr) {
+        return;
+    }
+    if (IsTheLogItself(name)) {
+        // The log is already where it was asked for, but may be cut short.
+        if (g_logFailed) {
+            Report(Diagnostic::Error("log-copy", FileLocation(AddSourceName(name)),
+                                     "the progress log is incomplete: quillard.log could not be "
+                                     "written in this run (" +
+                                         SystemReason(g_logError) + ")"));
+        }
+        return;
     }
     if (g_logFailed) {
         ReportCopyError(name, "quillard.log could not be written in this run (" +
@@ -147,6 +157,8 @@ void CopyLogTo(const char* name) {
     if (result.error != OutputError::kNone) {
         ReportCopyError(name, result.error == OutputError::kDanglingLink
                                   ? "it is a symbolic link to a file that does not exist"
+                              : result.error == OutputError::kPathChanged
+                                  ? kPathChangedReason
                                   : SystemReason(result.cause));
     }
 }

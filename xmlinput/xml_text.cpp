@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "support/input_files.h"
 #include "support/utf8_encode.h"
 
 namespace qk {
@@ -149,7 +150,11 @@ XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& err
     std::string bytes;
     struct stat info {};
     std::size_t expected = 0;
-    if (fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+    const bool known = fstat(descriptor, &info) == 0;
+    if (known) {
+        RecordInputFile(path, info);  // no output may be written over it
+    }
+    if (known && S_ISREG(info.st_mode) && info.st_size > 0) {
         expected = static_cast<std::size_t>(info.st_size);
         bytes.resize(expected);
     }

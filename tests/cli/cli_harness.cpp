@@ -39,7 +39,7 @@ constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
 RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env, bool asNobody,
-              Interruption interruption = {}) {
+              Interruption interruption = {}, const ChildSetup& setup = {}) {
     // Output goes to files, not pipes, so a chatty run can never block on a full pipe.
     ScratchDir capture;
     if (asNobody) {
@@ -104,15 +104,26 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, outName.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
+    const std::string& standardOutput =
+        setup.standardOutput.empty() ? outName : setup.standardOutput;
+    posix_spawn_file_actions_addopen(&actions, 1, standardOutput.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_addopen(&actions, 2, errName.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                      0644);
     posix_spawn_file_actions_addchdir_np(&actions, dir.c_str());
 
     RunResult result;
     pid_t pid = 0;
+    // The child inherits the limit, which this process holds only while it starts it.
+    struct rlimit previousLimit {};
+    getrlimit(RLIMIT_FSIZE, &previousLimit);
+    if (setup.fileSizeLimit != RLIM_INFINITY) {
+        struct rlimit limit = previousLimit;
+        limit.rlim_cur = setup.fileSizeLimit;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
     int rc = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    setrlimit(RLIMIT_FSIZE, &previousLimit);
     posix_spawn_file_actions_destroy(&actions);
     if (rc != 0) {
         throw std::runtime_error("cannot start " + program);
@@ -189,6 +200,11 @@ std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir
     return {{"LD_LIBRARY_PATH",
              (without.empty() ? library : library / ("without-" + without)).string()},
             {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+}
+
+RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                          const std::map<std::string, std::string>& env, const ChildSetup& setup) {
+    return Run(dir, args, env, false, {}, setup);
 }
 
 }  // namespace qk::cli

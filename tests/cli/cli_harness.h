@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/resource.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -66,5 +68,16 @@ std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir
 std::filesystem::path TestData(const std::string& name);
 std::filesystem::path Example(const std::string& name);
 std::filesystem::path BuildDir();
+
+// What a run's process gets besides its arguments: its standard output sent to
+// a file of the test's choosing (/dev/full, say) instead of being captured, and
+// a limit on the size of the files it writes.
+struct ChildSetup {
+    std::string standardOutput;  // empty: captured into RunResult::out
+    rlim_t fileSizeLimit = RLIM_INFINITY;
+};
+
+RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
+                          const std::map<std::string, std::string>& env, const ChildSetup& setup);
 
 }  // namespace qk::cli
