@@ -39,7 +39,7 @@ constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
 RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env, bool asNobody,
-              Interruption interruption = {}) {
+              Interruption interruption = {}, long addressSpaceKiB = 0) {
     // Output goes to files, not pipes, so a chatty run can never block on a full pipe.
     ScratchDir capture;
     if (asNobody) {
@@ -94,6 +94,13 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
         argStorage.insert(argStorage.begin(),
                           {kSetpriv, "--reuid=" + id, "--regid=" + id, "--clear-groups", "--"});
         program = kSetpriv;
+    }
+    if (addressSpaceKiB > 0) {
+        // The shell sets the limit and becomes the tool, which starts under it.
+        argStorage.insert(argStorage.begin(), {"/bin/sh", "-c",
+                                               "ulimit -v " + std::to_string(addressSpaceKiB) +
+                                                   " && exec \"$0\" \"$@\""});
+        program = "/bin/sh";
     }
     std::vector<char*> argv;
     for (auto& item : argStorage) {
@@ -189,6 +196,27 @@ std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir
     return {{"LD_LIBRARY_PATH",
              (without.empty() ? library : library / ("without-" + without)).string()},
             {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+}
+
+RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
+                                    const std::vector<std::string>& args, long limitKiB,
+                                    const std::map<std::string, std::string>& env) {
+    return Run(dir, args, env, false, {}, limitKiB);
+}
+
+std::string AddressSpaceLimitUnusable() {
+#if defined(__SANITIZE_ADDRESS__)
+    return "the sanitizers reserve more address space than any limit leaves";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    return "the sanitizers reserve more address space than any limit leaves";
+#endif
+#endif
+    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
+    if (valgrind != nullptr && *valgrind != '\0') {
+        return "valgrind needs more address space than any limit leaves";
+    }
+    return {};
 }
 
 }  // namespace qk::cli

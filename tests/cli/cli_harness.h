@@ -67,4 +67,14 @@ std::filesystem::path TestData(const std::string& name);
 std::filesystem::path Example(const std::string& name);
 std::filesystem::path BuildDir();
 
+// Runs the tool as RunQuillard does, with its address space (RLIMIT_AS) limited
+// to limitKiB from its start.
+RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
+                                    const std::vector<std::string>& args, long limitKiB,
+                                    const std::map<std::string, std::string>& env = {});
+
+// Why runs of the tool cannot take an address-space limit in this build or run
+// (sanitizers, valgrind); empty when they can.
+std::string AddressSpaceLimitUnusable();
+
 }  // namespace qk::cli
