@@ -11,6 +11,7 @@
 
 #include "blob/blob_reader.h"
 #include "model/customisation.h"
+#include "support/out_of_memory.h"
 
 namespace qk {
 
@@ -37,6 +38,7 @@ class TreeMemory {
         }
         void* block = allocate_(static_cast<unsigned>(bytes));
         if (block == nullptr) {
+            ReleaseMemorySetAside();  // throwing takes memory too
             throw OutOfMemory{};
         }
         std::memset(block, 0, bytes);

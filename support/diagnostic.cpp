@@ -1,9 +1,13 @@
 #include "support/diagnostic.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "support/utf8_encode.h"
+#include "support/write_fully.h"
 
 namespace qk {
 
@@ -55,12 +59,12 @@ void Report(const Diagnostic& diagnostic) {
     }
 }
 
-void ReportOutOfMemory() {
+void ReportOutOfMemory(const char* text) {
     ++g_errors;
-    static constexpr char kText[] =
-        "quillard: error: out of memory; the run ends without a blob (status 0)\n";
     if (g_format != DiagnosticsFormat::kNone) {
-        std::fwrite(kText, 1, sizeof kText - 1, stderr);
+        // Straight to the descriptor: the stream could want a buffer.
+        std::size_t written = 0;
+        WriteFully(STDERR_FILENO, std::as_bytes(std::span(text, std::strlen(text))), written);
     }
 }
 

@@ -1,9 +1,15 @@
 #include "xmlinput/xml_load.h"
 
+#include <sys/mman.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <new>
 #include <string>
 #include <string_view>
 
 #include "support/diagnostic.h"
+#include "support/out_of_memory.h"
 #include "xmlinput/well_formed.h"
 #include "xmlinput/xml_text.h"
 
@@ -12,12 +18,18 @@ namespace qk {
 namespace {
 
 std::string g_loadError;
+bool g_loadFailed = false;
 
 // Mini-XML's error callback: the checked text should never give one, so a
-// message is kept for a diagnostic and the load counts as failed.
-void RecordLoadError(const char* message) {
+// message is kept for a diagnostic and the load counts as failed. Nothing may
+// be thrown back through the library.
+void RecordLoadError(const char* message) noexcept {
+    g_loadFailed = true;
     if (g_loadError.empty()) {
-        g_loadError = message != nullptr ? message : "the XML library refused the file";
+        try {
+            g_loadError = message != nullptr ? message : "the XML library refused the file";
+        } catch (const std::bad_alloc&) {
+        }
     }
 }
 
@@ -25,12 +37,29 @@ class ErrorCallbackScope {
   public:
     ErrorCallbackScope() {
         g_loadError.clear();
+        g_loadFailed = false;
         mxmlSetErrorCallback(RecordLoadError);
     }
     ~ErrorCallbackScope() { mxmlSetErrorCallback(nullptr); }
     ErrorCallbackScope(const ErrorCallbackScope&) = delete;
     ErrorCallbackScope& operator=(const ErrorCallbackScope&) = delete;
 };
+
+// Mini-XML does not survive running out of memory while it builds its tree
+// (it goes on with names it could not copy), so room for the tree is made sure
+// of first. The tree takes seven to nine bytes a byte of text (measured).
+constexpr std::size_t kTreeBytesPerTextByte = 12;
+constexpr std::size_t kTreeBytesMargin = std::size_t{64} * 1024;
+
+void MakeSureOfRoomForTree(std::size_t textBytes) {
+    const std::size_t bytes = textBytes * kTreeBytesPerTextByte + kTreeBytesMargin;
+    void* room =
+        mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED) {
+        ThrowOutOfMemory();
+    }
+    munmap(room, bytes);
+}
 
 // A file's text read again for a late diagnostic.
 bool ReloadText(const std::string& name, std::string& text) {
@@ -86,10 +115,16 @@ bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why) {
         Report(diagnostic);
         return Refuse(result, XmlLoadError::kNotWellFormed);
     }
+    MakeSureOfRoomForTree(source.size());
     const ErrorCallbackScope scope;
+    errno = 0;
     loaded.document = XmlDocument(mxmlLoadString(nullptr, source.data(), MXML_NO_CALLBACK));
-    if (!loaded.document || !g_loadError.empty()) {
+    if (!loaded.document || g_loadFailed) {
         loaded.document.Reset();
+        if (errno == ENOMEM) {
+            // The text was checked: the library ran out of memory building its tree.
+            ThrowOutOfMemory();
+        }
         Report(Diagnostic::Error("not-well-formed", FileLocation(loaded.file),
                                  "the XML library refused the file: " + g_loadError));
         return Refuse(result, XmlLoadError::kNotWellFormed);
