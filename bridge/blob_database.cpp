@@ -226,7 +226,7 @@ int BlobDatabase::FillCustomisation(Customisations* root, ZelMemoryAlloc allocat
     try {
         Fill(*this, root, TreeMemory(allocate));
     } catch (const OutOfMemory&) {
-        return -4;  // the blocks taken so far stay with the caller's allocator
+        return kFetchOutOfMemory;  // the blocks taken so far stay with the caller's allocator
     }
     return 0;
 }

@@ -37,8 +37,14 @@ std::unordered_set<void*>& Blocks() {
 
 void* ZEL_Main_Memory_Alloc(unsigned int size) {
     void* block = std::malloc(size == 0 ? 1 : size);
-    if (block != nullptr) {
+    if (block == nullptr) {
+        return nullptr;
+    }
+    try {
         Blocks().insert(block);
+    } catch (const std::bad_alloc&) {  // nothing is thrown back into the library
+        std::free(block);
+        return nullptr;
     }
     return block;
 }
@@ -177,12 +183,16 @@ void Call_ZEL_ApplicationProfiles_System_Reload() {
 }
 
 int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* root) {
-    if (g_answeringBlob != nullptr) {
-        return g_answeringBlob->FillCustomisation(root, ZEL_Main_Memory_Alloc);
+    const int result = g_answeringBlob != nullptr
+                           ? g_answeringBlob->FillCustomisation(root, ZEL_Main_Memory_Alloc)
+                           : CallLibrary<ZelGetCustomizationFn>(
+                                 kGetCustomization, [](ZelGetCustomizationFn) {},
+                                 [&](ZelGetCustomizationFn fn) { return fn(database, root); });
+    if (result == kFetchOutOfMemory) {
+        ReleaseLibraryAnswers();
+        ThrowOutOfMemory();  // not an answer about the installed database
     }
-    return CallLibrary<ZelGetCustomizationFn>(
-        kGetCustomization, [](ZelGetCustomizationFn) {},
-        [&](ZelGetCustomizationFn fn) { return fn(database, root); });
+    return result;
 }
 
 int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t* area, const wchar_t* profile,
