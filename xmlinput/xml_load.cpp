@@ -1,15 +1,13 @@
 #include "xmlinput/xml_load.h"
 
-#include <sys/mman.h>
-
 #include <cerrno>
-#include <cstddef>
 #include <new>
 #include <string>
 #include <string_view>
 
 #include "support/diagnostic.h"
 #include "support/out_of_memory.h"
+#include "xmlinput/tree_room.h"
 #include "xmlinput/well_formed.h"
 #include "xmlinput/xml_text.h"
 
@@ -44,22 +42,6 @@ class ErrorCallbackScope {
     ErrorCallbackScope(const ErrorCallbackScope&) = delete;
     ErrorCallbackScope& operator=(const ErrorCallbackScope&) = delete;
 };
-
-// Mini-XML does not survive running out of memory while it builds its tree
-// (it goes on with names it could not copy), so room for the tree is made sure
-// of first. The tree takes seven to nine bytes a byte of text (measured).
-constexpr std::size_t kTreeBytesPerTextByte = 12;
-constexpr std::size_t kTreeBytesMargin = std::size_t{64} * 1024;
-
-void MakeSureOfRoomForTree(std::size_t textBytes) {
-    const std::size_t bytes = textBytes * kTreeBytesPerTextByte + kTreeBytesMargin;
-    void* room =
-        mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (room == MAP_FAILED) {
-        ThrowOutOfMemory();
-    }
-    munmap(room, bytes);
-}
 
 // A file's text read again for a late diagnostic.
 bool ReloadText(const std::string& name, std::string& text) {
@@ -115,7 +97,7 @@ bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why) {
         Report(diagnostic);
         return Refuse(result, XmlLoadError::kNotWellFormed);
     }
-    MakeSureOfRoomForTree(source.size());
+    MakeSureOfRoomForTree(source);
     const ErrorCallbackScope scope;
     errno = 0;
     loaded.document = XmlDocument(mxmlLoadString(nullptr, source.data(), MXML_NO_CALLBACK));
