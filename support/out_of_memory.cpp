@@ -27,10 +27,6 @@ void SetOutOfMemoryEnd(OutOfMemoryEnd end) {
     g_end = end;
 }
 
-OutOfMemoryEnd GetOutOfMemoryEnd() {
-    return g_end;
-}
-
 bool SetMemoryAsideForTheEnd() {
     if (g_setAside == nullptr) {
         g_setAside = std::malloc(kSetAsideBytes);

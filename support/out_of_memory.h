@@ -15,7 +15,6 @@ constexpr OutOfMemoryEnd kOutOfMemoryEnd = {
     0, "quillard: error: out of memory; the run ends without a blob (status 0)\n"};
 
 void SetOutOfMemoryEnd(OutOfMemoryEnd end);
-OutOfMemoryEnd GetOutOfMemoryEnd();
 
 // Sets memory aside for the way out: throwing an exception takes memory, and
 // when even the runtime's own reserve could not be had at start-up, a throw
