@@ -29,6 +29,7 @@
 #include "support/diagnostic.h"
 #include "support/fatal_exit.h"
 #include "support/input_files.h"
+#include "support/out_of_memory.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
@@ -542,10 +543,36 @@ int StrictStatus(int status) {
     return status == 0 && IsStrict() && ErrorsReported() > 0 ? kErrorStatus : status;
 }
 
-// The run's diagnostics are complete (the SARIF log is written now).
+// The run's diagnostics are complete (the SARIF log is written now). Out of
+// memory, the SARIF log is lost; the run's end has been said on its own line.
 struct DiagnosticsEnd {
-    ~DiagnosticsEnd() { FinishDiagnostics(QUILLKIT_VERSION); }
+    ~DiagnosticsEnd() {
+        try {
+            FinishDiagnostics(QUILLKIT_VERSION);
+        } catch (const std::bad_alloc&) {
+        }
+    }
 };
+
+// The long options end with their failure status when memory runs out, as
+// for any other failure; the single-dash modes end with status 0, or 255
+// under --strict.
+OutOfMemoryEnd ChooseOutOfMemoryEnd(int argc, char** argv) {
+    const auto given = [argc, argv](const char* option) {
+        return FindLongOption(option, argc, argv) >= 0;
+    };
+    if (given("--diff")) {
+        return {2, "quillard: error: out of memory; the blobs are not compared (status 2)\n"};
+    }
+    if (given("--help") || given("--version")) {
+        return {kErrorStatus, "quillard: error: out of memory (status 255)\n"};
+    }
+    if (given("--from") || given("--against") || given("--strict")) {
+        return {kErrorStatus,
+                "quillard: error: out of memory; the run ends without its output (status 255)\n"};
+    }
+    return kOutOfMemoryEnd;
+}
 
 }  // namespace
 
@@ -556,6 +583,10 @@ int RunQuillard(int argc, char** argv) {
     // the process half way through.
     std::signal(SIGXFSZ, SIG_IGN);
     UseUtf8CharacterType();
+    SetOutOfMemoryEnd(ChooseOutOfMemoryEnd(argc, argv));
+    if (!SetMemoryAsideForTheEnd()) {
+        return EndOutOfMemory();
+    }
     try {
         const int status = Run(argc, argv).Execute();
         StandardOutputWritten();
@@ -572,10 +603,7 @@ int RunQuillard(int argc, char** argv) {
         return StrictStatus(exit.status);
     } catch (const std::bad_alloc&) {
         // A standard container ran out of memory: the same end as an exhausted heap.
-        ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
-        ReportOutOfMemory();
-        FreeAll();
-        return 0;
+        return EndOutOfMemory();
     }
 }
 

@@ -9,6 +9,7 @@
 #include "blob/blob_image.h"
 #include "blob/text_sort.h"
 #include "blob/word_index.h"
+#include "support/out_of_memory.h"
 #include "support/progress_log.h"
 #include "support/tracked_memory.h"
 #include "text/wide_string.h"
@@ -68,7 +69,8 @@ int AddToWordsArray(const wchar_t* text, std::size_t length) {
     }
     if (g_iWordsArrElement == g_iWordsArrAllocated && !GrowWords()) {
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
-        return -1;
+        // A text left out would make a different blob: the run ends here.
+        ThrowOutOfMemory();
     }
     g_lpWordsArray.push_back({copy, {0, 0}, static_cast<std::uint32_t>(length)});
     try {
@@ -76,7 +78,7 @@ int AddToWordsArray(const wchar_t* text, std::size_t length) {
     } catch (const std::bad_alloc&) {
         g_lpWordsArray.pop_back();
         ProgressLog(L"ERROR: Couldn't realloc memory!\n", 0);
-        return -1;
+        ThrowOutOfMemory();
     }
     return ++g_iWordsArrElement;
 }

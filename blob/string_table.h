@@ -29,7 +29,7 @@ extern StringRef g_strsEmptyString;
 extern std::uint8_t* g_lpWordsPtr;
 
 // Offers a text that the tree stores; every distinct text is written once.
-// -1 when the list could not grow (or for a null text).
+// -1 for a null text; when the list cannot grow, std::bad_alloc ends the run.
 int AddToWordsArray(const wchar_t* text);
 // The same for a text whose length (in code units) the caller already knows.
 int AddToWordsArray(const wchar_t* text, std::size_t length);

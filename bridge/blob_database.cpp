@@ -11,6 +11,7 @@
 
 #include "blob/blob_reader.h"
 #include "model/customisation.h"
+#include "support/out_of_memory.h"
 
 namespace qk {
 
@@ -37,6 +38,7 @@ class TreeMemory {
         }
         void* block = allocate_(static_cast<unsigned>(bytes));
         if (block == nullptr) {
+            ReleaseMemorySetAside();  // throwing takes memory too
             throw OutOfMemory{};
         }
         std::memset(block, 0, bytes);
@@ -224,7 +226,7 @@ int BlobDatabase::FillCustomisation(Customisations* root, ZelMemoryAlloc allocat
     try {
         Fill(*this, root, TreeMemory(allocate));
     } catch (const OutOfMemory&) {
-        return -4;  // the blocks taken so far stay with the caller's allocator
+        return kFetchOutOfMemory;  // the blocks taken so far stay with the caller's allocator
     }
     return 0;
 }

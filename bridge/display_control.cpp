@@ -2,12 +2,15 @@
 
 #include "bridge/blob_database.h"
 #include "support/diagnostic.h"
+#include "support/out_of_memory.h"
 #include "text/utf8_decode.h"
 
 #include <dlfcn.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
+#include <string_view>
 #include <unordered_set>
 
 namespace qk {
@@ -34,8 +37,14 @@ std::unordered_set<void*>& Blocks() {
 
 void* ZEL_Main_Memory_Alloc(unsigned int size) {
     void* block = std::malloc(size == 0 ? 1 : size);
-    if (block != nullptr) {
+    if (block == nullptr) {
+        return nullptr;
+    }
+    try {
         Blocks().insert(block);
+    } catch (const std::bad_alloc&) {  // nothing is thrown back into the library
+        std::free(block);
+        return nullptr;
     }
     return block;
 }
@@ -101,18 +110,35 @@ constexpr Entry kPropertyTypeGet = {"ZEL_ApplicationProfiles_PropertyType_Get",
                                     "Fail to get ZEL_APPLICATIONPROFILES_PROPERTYTYPE handle!",
                                     "ZEL_ApplicationProfiles_PropertyType_Get failed."};
 
+// The loader keeps no errno: only its words tell that it had no room to map
+// the library, which is memory exhaustion, not a missing library. dlerror()
+// is read once, so the words are kept for the diagnostic.
+const char* g_loaderError = "";
+
+bool LoaderRanOutOfMemory() {
+    const char* error = dlerror();
+    g_loaderError = error != nullptr ? error : "";
+    const std::string_view words(g_loaderError);
+    return words.find("failed to map segment") != std::string_view::npos ||
+           words.find("allocate memory") != std::string_view::npos ||
+           words.find("out of memory") != std::string_view::npos;
+}
+
 // One complete cycle: load, resolve, create, call, destroy. The library handle is
 // never closed; the loader keeps one copy however often it is opened.
 template <typename Fn, typename Store, typename Call>
 int CallLibrary(const Entry& entry, Store store, Call call) {
     void* library = dlopen(g_lpLibraryName, RTLD_LAZY | RTLD_GLOBAL);
+    if (library == nullptr && LoaderRanOutOfMemory()) {
+        ThrowOutOfMemory();  // no room to map it: not a missing library
+    }
     if (library == nullptr) {
         static bool reported = false;  // once a run is enough
         if (!reported) {
             reported = true;
             Report(Diagnostic::Error("display-control-library", {},
                                      std::string("the display-control library ") + g_lpLibraryName +
-                                         " cannot be loaded (" + dlerror() +
+                                         " cannot be loaded (" + g_loaderError +
                                          "); without it, --against names a system blob to "
                                          "check against"));
         }
@@ -157,12 +183,16 @@ void Call_ZEL_ApplicationProfiles_System_Reload() {
 }
 
 int Call_ZEL_ApplicationProfiles_GetCustomization(int database, Customisations* root) {
-    if (g_answeringBlob != nullptr) {
-        return g_answeringBlob->FillCustomisation(root, ZEL_Main_Memory_Alloc);
+    const int result = g_answeringBlob != nullptr
+                           ? g_answeringBlob->FillCustomisation(root, ZEL_Main_Memory_Alloc)
+                           : CallLibrary<ZelGetCustomizationFn>(
+                                 kGetCustomization, [](ZelGetCustomizationFn) {},
+                                 [&](ZelGetCustomizationFn fn) { return fn(database, root); });
+    if (result == kFetchOutOfMemory) {
+        ReleaseLibraryAnswers();
+        ThrowOutOfMemory();  // not an answer about the installed database
     }
-    return CallLibrary<ZelGetCustomizationFn>(
-        kGetCustomization, [](ZelGetCustomizationFn) {},
-        [&](ZelGetCustomizationFn fn) { return fn(database, root); });
+    return result;
 }
 
 int Call_ZEL_ApplicationProfiles_Profile_Exist(const wchar_t* area, const wchar_t* profile,

@@ -20,6 +20,9 @@ using ZelPropertyTypeGetFn = int (*)(const wchar_t* area, const wchar_t* propert
 }
 
 constexpr const char* kDisplayControlLibrary = "libvexzelxx.so";
+// The answer of the customisation fetch when memory ran out (the memory
+// callback gave nothing).
+constexpr int kFetchOutOfMemory = -4;
 // The answer of the privacy query for an area the installed system set lacks.
 constexpr int kAreaNotInstalled = -13;
 

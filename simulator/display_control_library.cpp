@@ -5,10 +5,13 @@
 // $VEXZEL_SIM_FAIL names entries (comma-separated) that are made to return -1.
 // Built with SIM_OMIT_<entry> defined, the library lacks that entry.
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
+#include <new>
 #include <optional>
-#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "bridge/blob_database.h"
 #include "bridge/display_control_abi.h"
@@ -24,11 +27,13 @@ qk::ZelMemoryAlloc g_allocate = nullptr;
     if (list == nullptr) {
         return false;
     }
-    std::stringstream names(list);
-    for (std::string name; std::getline(names, name, ',');) {
-        if (name == entry) {
+    const std::string_view names(list);
+    for (std::size_t start = 0; start <= names.size();) {
+        const std::size_t end = std::min(names.find(',', start), names.size());
+        if (names.substr(start, end - start) == entry) {
             return true;
         }
+        start = end + 1;
     }
     return false;
 }
@@ -39,6 +44,17 @@ qk::ZelMemoryAlloc g_allocate = nullptr;
     const char* dir = std::getenv("VEXZEL_SIM_DIR");
     std::string path = dir != nullptr ? std::string(dir) + "/" : std::string();
     return qk::LoadBlobDatabase(path + kFiles[database], nullptr, true);
+}
+
+// Nothing is thrown out of a C entry point: memory running out in here is an
+// answer like any other (the fetch's own, or -1).
+template <typename Body>
+int Answer(int outOfMemory, Body body) {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return outOfMemory;
+    }
 }
 
 }  // namespace
@@ -74,11 +90,13 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_GetCustomizat
         root == nullptr || g_allocate == nullptr) {
         return -1;
     }
-    const auto installed = Database(database);
-    if (!installed) {
-        return -2;  // the database file is not a readable blob
-    }
-    return installed->FillCustomisation(root, g_allocate);
+    return Answer(qk::kFetchOutOfMemory, [&] {
+        const auto installed = Database(database);
+        if (!installed) {
+            return -2;  // the database file is not a readable blob
+        }
+        return installed->FillCustomisation(root, g_allocate);
+    });
 }
 #endif
 
@@ -88,8 +106,10 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_Profile_Exist
     if (Failing("ZEL_ApplicationProfiles_Profile_Exist") || area == nullptr || profile == nullptr ||
         exists == nullptr)
         return -1;
-    const auto installed = Database(0);
-    return installed ? installed->ProfileExist(area, profile, exists) : -2;
+    return Answer(-1, [&] {
+        const auto installed = Database(0);
+        return installed ? installed->ProfileExist(area, profile, exists) : -2;
+    });
 }
 #endif
 
@@ -99,8 +119,10 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_DriverAreaPri
     if (Failing("ZEL_ApplicationProfiles_DriverAreaPrivacy_Get") || area == nullptr ||
         privacy == nullptr)
         return -1;
-    const auto installed = Database(0);
-    return installed ? installed->AreaPrivacy(area, privacy) : -2;
+    return Answer(-1, [&] {
+        const auto installed = Database(0);
+        return installed ? installed->AreaPrivacy(area, privacy) : -2;
+    });
 }
 #endif
 
@@ -110,8 +132,10 @@ __attribute__((visibility("default"))) int ZEL_ApplicationProfiles_PropertyType_
     if (Failing("ZEL_ApplicationProfiles_PropertyType_Get") || area == nullptr ||
         property == nullptr || type == nullptr)
         return -1;
-    const auto installed = Database(0);
-    return installed ? installed->PropertyType(area, property, type) : -2;
+    return Answer(-1, [&] {
+        const auto installed = Database(0);
+        return installed ? installed->PropertyType(area, property, type) : -2;
+    });
 }
 #endif
 

@@ -1,9 +1,15 @@
 #include "support/diagnostic.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <span>
+#include <string_view>
 
 #include "support/utf8_encode.h"
+#include "support/write_fully.h"
 
 namespace qk {
 
@@ -19,6 +25,39 @@ std::vector<Diagnostic> g_kept;
 constexpr int kMaxShown = 200;
 int g_shown = 0;
 int g_notShown = 0;
+// The line of a run that ran out of memory, for the SARIF log at its end.
+const char* g_outOfMemory = nullptr;
+
+void WriteUnbuffered(const char* text) {
+    // Straight to the descriptor: the stream could want a buffer.
+    std::size_t written = 0;
+    WriteFully(STDERR_FILENO, std::as_bytes(std::span(text, std::strlen(text))), written);
+}
+
+// The SARIF log of the run: out of memory, it says so as its last result, or,
+// when even that cannot be built, the plain line stands instead.
+void FinishSarif(const char* toolVersion) {
+    try {
+        if (g_outOfMemory != nullptr) {
+            constexpr std::string_view kPrefix = "quillard: error: ";
+            std::string_view line(g_outOfMemory);
+            if (line.starts_with(kPrefix)) {
+                line.remove_prefix(kPrefix.size());
+            }
+            if (line.ends_with('\n')) {
+                line.remove_suffix(1);
+            }
+            g_kept.push_back(Diagnostic::Error("out-of-memory", {}, std::string(line)));
+        }
+        PrintDiagnosticsSarif(g_kept, toolVersion);
+    } catch (const std::bad_alloc&) {
+        if (g_outOfMemory != nullptr) {
+            WriteUnbuffered(g_outOfMemory);
+        }
+    }
+    g_kept.clear();
+    g_outOfMemory = nullptr;
+}
 
 }  // namespace
 
@@ -55,12 +94,12 @@ void Report(const Diagnostic& diagnostic) {
     }
 }
 
-void ReportOutOfMemory() {
+void ReportOutOfMemory(const char* text) {
     ++g_errors;
-    static constexpr char kText[] =
-        "quillard: error: out of memory; the run ends without a blob (status 0)\n";
-    if (g_format != DiagnosticsFormat::kNone) {
-        std::fwrite(kText, 1, sizeof kText - 1, stderr);
+    if (g_format == DiagnosticsFormat::kText) {
+        WriteUnbuffered(text);
+    } else if (g_format == DiagnosticsFormat::kSarif) {
+        g_outOfMemory = text;  // the log is written at the end, when memory is back
     }
 }
 
@@ -93,16 +132,18 @@ void FinishDiagnostics(const char* toolVersion) {
         const int notShown = g_notShown;
         g_notShown = 0;
         g_shown = 0;
-        Report({Severity::kNote,
-                "more-diagnostics",
-                {},
-                std::to_string(notShown) + " more diagnostics are not shown",
-                {},
-                {}});
+        try {
+            Report({Severity::kNote,
+                    "more-diagnostics",
+                    {},
+                    std::to_string(notShown) + " more diagnostics are not shown",
+                    {},
+                    {}});
+        } catch (const std::bad_alloc&) {  // out of memory, the count is what goes
+        }
     }
     if (g_format == DiagnosticsFormat::kSarif) {
-        PrintDiagnosticsSarif(g_kept, toolVersion);
-        g_kept.clear();
+        FinishSarif(toolVersion);
     }
 }
 
@@ -113,6 +154,7 @@ void ResetDiagnostics() {
     g_shown = 0;
     g_notShown = 0;
     g_kept.clear();
+    g_outOfMemory = nullptr;
 }
 
 std::string Quoted(const wchar_t* text) {

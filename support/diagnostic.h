@@ -65,8 +65,9 @@ void SetStrict(bool on);
 bool IsStrict();
 int ErrorsReported();
 
-// The end of a run out of memory: a fixed text, written without allocating.
-void ReportOutOfMemory();
+// The end of a run out of memory: counted as an error, and the fixed text
+// written to standard error without allocating (in every format but none).
+void ReportOutOfMemory(const char* text);
 
 // Ends the diagnostics of a run: the SARIF format writes its log now.
 void FinishDiagnostics(const char* toolVersion);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -32,7 +33,6 @@ int g_logDescriptor = -1;
 // this run's log, and is not copied.
 bool g_logFailed = false;
 int g_logError = 0;  // errno of the first failure
-std::string g_encoded;
 LogSink g_logSink = nullptr;
 
 void FormatAndLog(std::size_t bound, const wchar_t* format, va_list arguments) {
@@ -72,21 +72,26 @@ void ProgressLog(const wchar_t* text, int mode) {
     if (g_bCreateLog == 0 || (g_logSink == nullptr && !OpenLogFile(mode))) {
         return;
     }
-    // The buffer only grows, so a line costs no allocation and no clearing.
-    const std::size_t length = std::wcslen(text);
-    if (g_encoded.size() < 4 * length) {
-        g_encoded.resize(4 * length);
-    }
-    const std::size_t count = EncodeUtf8To(text, length, g_encoded.data());
-    if (g_logSink != nullptr) {
-        g_logSink(g_encoded.data(), count);
-    } else {
+    // Encoded through a fixed buffer, so that a line costs no allocation (the
+    // end of a run out of memory logs too); a line up to the shared buffer's
+    // length goes out in one write.
+    static char encoded[4 * kLogBufferUnits];
+    std::size_t length = std::wcslen(text);
+    while (length > 0) {
+        const std::size_t units = std::min(length, kLogBufferUnits);
+        const std::size_t count = EncodeUtf8To(text, units, encoded);
+        text += units;
+        length -= units;
+        if (g_logSink != nullptr) {
+            g_logSink(encoded, count);
+            continue;
+        }
         std::size_t written = 0;
-        if (!WriteFully(g_logDescriptor, std::as_bytes(std::span(g_encoded.data(), count)),
-                        written)) {
+        if (!WriteFully(g_logDescriptor, std::as_bytes(std::span(encoded, count)), written)) {
             // A full disk or a vanished file drops the line silently.
             g_logError = g_logFailed ? g_logError : errno;
             g_logFailed = true;
+            return;
         }
     }
 }

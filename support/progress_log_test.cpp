@@ -34,6 +34,23 @@ TEST_F(ProgressLogTest, ASinkTakesTheEncodedLinesInsteadOfTheFile) {
     EXPECT_EQ(Log(), "on file\n");
 }
 
+// A line goes through a fixed buffer of kLogBufferUnits units at a time; lines
+// at and past its edges come out whole, multi-byte characters included.
+TEST_F(ProgressLogTest, LinesOfAnyLengthAreLoggedWhole) {
+    for (const std::size_t units : {std::size_t{0}, kLogBufferUnits - 1, kLogBufferUnits,
+                                    kLogBufferUnits + 1, 3 * kLogBufferUnits + 5}) {
+        SCOPED_TRACE(units);
+        std::wstring line;
+        std::string expected;
+        for (std::size_t i = 0; i < units; ++i) {
+            line.push_back(i % 3 == 0 ? L'\u00e9' : L'a');
+            expected += i % 3 == 0 ? "\xC3\xA9" : "a";
+        }
+        ProgressLog(line.c_str(), 1);
+        EXPECT_EQ(Log(), expected);
+    }
+}
+
 TEST_F(ProgressLogTest, ModeOneStartsANewLogAndLinesCarryTheirOwnEnds) {
     ProgressLog(L"old\n", 0);
     ProgressLog(L"Launching\n", 1);

@@ -17,14 +17,19 @@ struct SourceFile {
 
 SourceReloader g_reloader = nullptr;
 
-// A deque keeps every file's address while more are added.
-std::deque<SourceFile> g_files;
+// A deque keeps every file's address while more are added. It is made on
+// first use: an empty deque allocates, and memory that runs out before main
+// could not be answered.
+std::deque<SourceFile>& Files() {
+    static std::deque<SourceFile> files;
+    return files;
+}
 
 SourceFile* FileOf(std::uint32_t file) {
-    if (file < 1 || file > g_files.size()) {
+    if (file < 1 || file > Files().size()) {
         return nullptr;
     }
-    SourceFile& found = g_files[file - 1];
+    SourceFile& found = Files()[file - 1];
     if (found.released) {
         found.released = false;
         if (g_reloader == nullptr || !g_reloader(found.name, found.text)) {
@@ -52,13 +57,13 @@ bool StartsCharacter(char byte) {
 }  // namespace
 
 std::uint32_t AddSourceFile(std::string name, std::string text) {
-    g_files.push_back({std::move(name), std::move(text), {}});
-    return static_cast<std::uint32_t>(g_files.size());
+    Files().push_back({std::move(name), std::move(text), {}});
+    return static_cast<std::uint32_t>(Files().size());
 }
 
 std::uint32_t AddSourceName(std::string name) {
-    for (std::size_t index = 0; index < g_files.size(); ++index) {
-        if (g_files[index].name == name && g_files[index].text.empty()) {
+    for (std::size_t index = 0; index < Files().size(); ++index) {
+        if (Files()[index].name == name && Files()[index].text.empty()) {
             return static_cast<std::uint32_t>(index + 1);
         }
     }
@@ -70,8 +75,8 @@ void SetSourceReloader(SourceReloader reloader) {
 }
 
 void ReleaseSourceText(std::uint32_t file) {
-    if (file >= 1 && file <= g_files.size() && !g_files[file - 1].text.empty()) {
-        SourceFile& released = g_files[file - 1];
+    if (file >= 1 && file <= Files().size() && !Files()[file - 1].text.empty()) {
+        SourceFile& released = Files()[file - 1];
         std::string().swap(released.text);
         std::vector<std::uint32_t>().swap(released.lineStarts);
         released.released = true;
@@ -138,7 +143,7 @@ LineColumn ResolveLocation(const SourceLocation& location) {
 }
 
 void ResetSourceManager() {
-    g_files.clear();
+    Files().clear();
 }
 
 }  // namespace qk

@@ -10,6 +10,7 @@
 #include "support/chunk_arena.h"
 #include "support/diagnostic.h"
 #include "support/fatal_exit.h"
+#include "support/out_of_memory.h"
 #include "support/progress_log.h"
 
 namespace qk {
@@ -70,10 +71,8 @@ void ReleaseBlocks() {
 }
 
 [[noreturn]] void OutOfMemoryExit() {
-    ProgressLog(L"ERROR, Unable to allocate memory, EXIT PROGRAM\n", 0);
-    ReportOutOfMemory();
-    FreeAll();
-    throw FatalExit{0};
+    const int status = EndOutOfMemory();
+    throw FatalExit{status};
 }
 
 }  // namespace

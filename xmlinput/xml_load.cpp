@@ -1,9 +1,13 @@
 #include "xmlinput/xml_load.h"
 
+#include <cerrno>
+#include <new>
 #include <string>
 #include <string_view>
 
 #include "support/diagnostic.h"
+#include "support/out_of_memory.h"
+#include "xmlinput/tree_room.h"
 #include "xmlinput/well_formed.h"
 #include "xmlinput/xml_text.h"
 
@@ -12,12 +16,18 @@ namespace qk {
 namespace {
 
 std::string g_loadError;
+bool g_loadFailed = false;
 
 // Mini-XML's error callback: the checked text should never give one, so a
-// message is kept for a diagnostic and the load counts as failed.
-void RecordLoadError(const char* message) {
+// message is kept for a diagnostic and the load counts as failed. Nothing may
+// be thrown back through the library.
+void RecordLoadError(const char* message) noexcept {
+    g_loadFailed = true;
     if (g_loadError.empty()) {
-        g_loadError = message != nullptr ? message : "the XML library refused the file";
+        try {
+            g_loadError = message != nullptr ? message : "the XML library refused the file";
+        } catch (const std::bad_alloc&) {
+        }
     }
 }
 
@@ -25,6 +35,7 @@ class ErrorCallbackScope {
   public:
     ErrorCallbackScope() {
         g_loadError.clear();
+        g_loadFailed = false;
         mxmlSetErrorCallback(RecordLoadError);
     }
     ~ErrorCallbackScope() { mxmlSetErrorCallback(nullptr); }
@@ -86,10 +97,16 @@ bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why) {
         Report(diagnostic);
         return Refuse(result, XmlLoadError::kNotWellFormed);
     }
+    MakeSureOfRoomForTree(source);
     const ErrorCallbackScope scope;
+    errno = 0;
     loaded.document = XmlDocument(mxmlLoadString(nullptr, source.data(), MXML_NO_CALLBACK));
-    if (!loaded.document || !g_loadError.empty()) {
+    if (!loaded.document || g_loadFailed) {
         loaded.document.Reset();
+        if (errno == ENOMEM) {
+            // The text was checked: the library ran out of memory building its tree.
+            ThrowOutOfMemory();
+        }
         Report(Diagnostic::Error("not-well-formed", FileLocation(loaded.file),
                                  "the XML library refused the file: " + g_loadError));
         return Refuse(result, XmlLoadError::kNotWellFormed);

@@ -95,6 +95,14 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
                           {kSetpriv, "--reuid=" + id, "--regid=" + id, "--clear-groups", "--"});
         program = kSetpriv;
     }
+    if (setup.addressSpaceKiB > 0) {
+        // The shell sets the limit and becomes the tool, which starts under it.
+        argStorage.insert(
+            argStorage.begin(),
+            {"/bin/sh", "-c",
+             "ulimit -v " + std::to_string(setup.addressSpaceKiB) + " && exec \"$0\" \"$@\""});
+        program = "/bin/sh";
+    }
     std::vector<char*> argv;
     for (auto& item : argStorage) {
         argv.push_back(item.data());
@@ -205,6 +213,29 @@ std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir
 RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
                           const std::map<std::string, std::string>& env, const ChildSetup& setup) {
     return Run(dir, args, env, false, {}, setup);
+}
+
+RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
+                                    const std::vector<std::string>& args, long limitKiB,
+                                    const std::map<std::string, std::string>& env) {
+    ChildSetup setup;
+    setup.addressSpaceKiB = limitKiB;
+    return Run(dir, args, env, false, {}, setup);
+}
+
+std::string AddressSpaceLimitUnusable() {
+#if defined(__SANITIZE_ADDRESS__)
+    return "the sanitizers reserve more address space than any limit leaves";
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+    return "the sanitizers reserve more address space than any limit leaves";
+#endif
+#endif
+    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
+    if (valgrind != nullptr && *valgrind != '\0') {
+        return "valgrind needs more address space than any limit leaves";
+    }
+    return {};
 }
 
 }  // namespace qk::cli

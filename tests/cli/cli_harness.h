@@ -75,9 +75,20 @@ std::filesystem::path BuildDir();
 struct ChildSetup {
     std::string standardOutput;  // empty: captured into RunResult::out
     rlim_t fileSizeLimit = RLIM_INFINITY;
+    long addressSpaceKiB = 0;  // 0: no limit on the address space
 };
 
 RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
                           const std::map<std::string, std::string>& env, const ChildSetup& setup);
+
+// Runs the tool as RunQuillard does, with its address space (RLIMIT_AS) limited
+// to limitKiB from its start.
+RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
+                                    const std::vector<std::string>& args, long limitKiB,
+                                    const std::map<std::string, std::string>& env = {});
+
+// Why runs of the tool cannot take an address-space limit in this build or run
+// (sanitizers, valgrind); empty when they can.
+std::string AddressSpaceLimitUnusable();
 
 }  // namespace qk::cli
