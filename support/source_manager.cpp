@@ -13,6 +13,7 @@ struct SourceFile {
     std::string text;
     std::vector<std::uint32_t> lineStarts;  // built on the first question
     bool released = false;                  // the text is to be read again when asked for
+    bool rereadable = true;                 // a pipe's text is kept: it cannot be read twice
 };
 
 SourceReloader g_reloader = nullptr;
@@ -51,8 +52,8 @@ bool StartsCharacter(char byte) {
 
 }  // namespace
 
-std::uint32_t AddSourceFile(std::string name, std::string text) {
-    g_files.push_back({std::move(name), std::move(text), {}});
+std::uint32_t AddSourceFile(std::string name, std::string text, bool rereadable) {
+    g_files.push_back({std::move(name), std::move(text), {}, false, rereadable});
     return static_cast<std::uint32_t>(g_files.size());
 }
 
@@ -70,7 +71,8 @@ void SetSourceReloader(SourceReloader reloader) {
 }
 
 void ReleaseSourceText(std::uint32_t file) {
-    if (file >= 1 && file <= g_files.size() && !g_files[file - 1].text.empty()) {
+    if (file >= 1 && file <= g_files.size() && g_files[file - 1].rereadable &&
+        !g_files[file - 1].text.empty()) {
         SourceFile& released = g_files[file - 1];
         std::string().swap(released.text);
         std::vector<std::uint32_t>().swap(released.lineStarts);

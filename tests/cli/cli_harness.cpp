@@ -37,6 +37,26 @@ namespace {
 constexpr uid_t kNobody = 65534;
 constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
+// Seconds a run may take before it is killed; 0: no limit (see RunQuillardWithin).
+int g_timeLimitSeconds = 0;
+
+// Waits until the run has ended or its time is up, then kills it (its status
+// is then -1, and the test fails on it).
+void WaitWithinTimeLimit(pid_t pid) {
+    if (g_timeLimitSeconds <= 0) {
+        return;
+    }
+    for (int waited = 0; waited < g_timeLimitSeconds * 100; ++waited) {
+        siginfo_t info{};
+        if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == pid) {
+            return;
+        }
+        usleep(10000);
+    }
+    kill(pid, SIGKILL);
+}
+
 RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env, bool asNobody,
               Interruption interruption = {}) {
@@ -123,6 +143,7 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
     }
     int wstatus = 0;
     struct rusage usage {};
+    WaitWithinTimeLimit(pid);
     while (wait4(pid, &wstatus, 0, &usage) < 0) {
     }
     result.maxRssKiB = usage.ru_maxrss;
@@ -189,6 +210,15 @@ std::map<std::string, std::string> SimulatorEnv(const std::filesystem::path& dir
     return {{"LD_LIBRARY_PATH",
              (without.empty() ? library : library / ("without-" + without)).string()},
             {"VEXZEL_SIM_DIR", (dir / "installed").string()}};
+}
+
+RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
+                            const std::vector<std::string>& args,
+                            const std::map<std::string, std::string>& env) {
+    g_timeLimitSeconds = seconds;
+    RunResult result = Run(dir, args, env, false);
+    g_timeLimitSeconds = 0;
+    return result;
 }
 
 }  // namespace qk::cli

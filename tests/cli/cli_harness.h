@@ -67,4 +67,10 @@ std::filesystem::path TestData(const std::string& name);
 std::filesystem::path Example(const std::string& name);
 std::filesystem::path BuildDir();
 
+// RunQuillard for a run that might wait for ever: killed after seconds (its
+// status is then -1).
+RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
+                            const std::vector<std::string>& args,
+                            const std::map<std::string, std::string>& env = {});
+
 }  // namespace qk::cli
