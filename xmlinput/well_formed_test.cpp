@@ -15,9 +15,20 @@ struct SyntaxCase {
 
 constexpr std::size_t kGood = static_cast<std::size_t>(-1);
 
+// An element with count attributes, a0="v" a1="v" ...
+std::string WithAttributes(int count) {
+    std::string text = "<e";
+    for (int i = 0; i < count; ++i) {
+        text += " a" + std::to_string(i) + "=\"v\"";
+    }
+    return text + "/>";
+}
+
 // Each broken text names the place where it goes wrong (not where a parser
 // would give up), and each good one passes.
 TEST(WellFormed, FindsThePlaceWhereTheTextGoesWrong) {
+    const std::string most = WithAttributes(64);
+    const std::string tooMany = WithAttributes(65);
     for (const SyntaxCase& c : {
              SyntaxCase{"<a b='1' c=\"&lt;&#x41;&#65;\"><![CDATA[<]]><!-- - --><?p x?></a>", kGood,
                         ""},
@@ -48,6 +59,8 @@ TEST(WellFormed, FindsThePlaceWhereTheTextGoesWrong) {
              SyntaxCase{"<a>\xED\xA0\x80</a>", 3, "U+D800"},
              SyntaxCase{"<a><!-- \xFF --></a>", 8, "does not start"},
              SyntaxCase{"<a>", 0, "not closed"},
+             SyntaxCase{most.c_str(), kGood, ""},
+             SyntaxCase{tooMany.c_str(), most.size() - 1, "more than 64 attributes"},
          }) {
         std::vector<std::uint32_t> nodes;
         XmlSyntaxError error;
