@@ -73,8 +73,9 @@ bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why) {
     loaded.file = AddSourceFile(path, std::move(text), regular);
     const std::string_view source = SourceText(loaded.file);
     if (read == XmlTextResult::kBadEncoding) {
+        // Bad UTF-16 makes a file as broken as bad UTF-8 does, and says so alike.
         Report(Diagnostic::Error("bad-encoding", RangeLocation(loaded.file, textError.offset, 1),
-                                 textError.message));
+                                 "not well-formed XML: " + textError.message));
         return Refuse(result, XmlLoadError::kNotWellFormed);
     }
     XmlSyntaxError syntax;
