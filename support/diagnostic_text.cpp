@@ -19,6 +19,7 @@ namespace {
 
 // Lines longer than this are shown as a window around the column.
 constexpr std::size_t kShownBytes = 200;
+constexpr std::size_t kMostUnderlined = 1024;
 
 std::string Header(const SourceLocation& where, Severity severity, const std::string& message) {
     std::string out = "quillard: ";
@@ -94,7 +95,8 @@ std::string SourceLines(const SourceLocation& where, const std::string& suggesti
     std::string out = " " + std::string(width - number.size(), ' ') + number + " | " + shown + "\n";
     std::string caret = gutter + " | " + std::string(column - 1, ' ') + "^";
     if (place.underlined > 1) {
-        caret.append(place.underlined - 1, '~');
+        // A range of megabytes (a hostile file's text) is not underlined whole.
+        caret.append(std::min<std::size_t>(place.underlined - 1, kMostUnderlined), '~');
     }
     out += caret + "\n";
     if (!suggestion.empty()) {
