@@ -133,6 +133,8 @@ const std::vector<Mistake>& Mistakes() {
         {"ProfileInUseOfManyWords", 18,
          "\t\t\t<use Area=\"Lumen3D\">" + ManyWords(12000) + "</use>", "set.xml:18:45: error", "",
          0},
+        {"ElementNameOf5000Letters", 13, "\t\t\t<" + std::string(5000, 'n') + "/>",
+         "set.xml:13:25: error", "", 0},
         {"MisspeltLongOption", 0, "", "error: unknown option \"--stirct\"", "--strict", 255,
          Kind::kOptionsOnly},
     };
