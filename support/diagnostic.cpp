@@ -73,13 +73,20 @@ const char* SeverityName(Severity severity) {
     return "note";
 }
 
-void Report(const Diagnostic& diagnostic) {
-    if (diagnostic.severity == Severity::kError) {
+void CountNotShown(Severity severity) {
+    if (severity == Severity::kError) {
         ++g_errors;
     }
+    ++g_notShown;
+}
+
+void Report(const Diagnostic& diagnostic) {
     if (g_shown >= kMaxShown) {
-        ++g_notShown;
+        CountNotShown(diagnostic.severity);
         return;
+    }
+    if (diagnostic.severity == Severity::kError) {
+        ++g_errors;
     }
     ++g_shown;
     switch (g_format) {

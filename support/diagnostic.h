@@ -55,6 +55,19 @@ struct Diagnostic {
 void Report(const Diagnostic& diagnostic);
 // True once no more diagnostics are shown: a caller may skip finding a place.
 bool DiagnosticsFull();
+// Counts a diagnostic that is not shown, as Report does once they are full.
+void CountNotShown(Severity severity);
+// Reports the diagnostic that make() builds or, once no more are shown, only
+// counts it: for a report that a hostile file can repeat once per word, whose
+// place and message cost time with the size of the file.
+template <typename Make>
+void ReportLazily(Severity severity, Make&& make) {
+    if (DiagnosticsFull()) {
+        CountNotShown(severity);
+    } else {
+        Report(make());
+    }
+}
 
 enum class DiagnosticsFormat { kText, kSarif, kNone };
 void SetDiagnosticsFormat(DiagnosticsFormat format);

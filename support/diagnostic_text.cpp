@@ -19,6 +19,30 @@ namespace {
 
 // Lines longer than this are shown as a window around the column.
 constexpr std::size_t kShownBytes = 200;
+constexpr std::size_t kMostUnderlined = 1024;
+// A message that quotes a name of megabytes shows its start and its end.
+constexpr std::size_t kMessageHead = 600;
+constexpr std::size_t kMessageTail = 200;
+
+bool StartsCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+// The message, its middle left out (at character boundaries) when it is long.
+std::string Shortened(const std::string& message) {
+    if (message.size() <= kMessageHead + kMessageTail + 5) {
+        return message;
+    }
+    std::size_t head = kMessageHead;
+    while (head > 0 && !StartsCharacter(message[head])) {
+        --head;
+    }
+    std::size_t tail = message.size() - kMessageTail;
+    while (tail < message.size() && !StartsCharacter(message[tail])) {
+        ++tail;
+    }
+    return message.substr(0, head) + " ... " + message.substr(tail);
+}
 
 std::string Header(const SourceLocation& where, Severity severity, const std::string& message) {
     std::string out = "quillard: ";
@@ -32,13 +56,9 @@ std::string Header(const SourceLocation& where, Severity severity, const std::st
     }
     out += SeverityName(severity);
     out += ": ";
-    out += message;
+    out += Shortened(message);
     out += "\n";
     return out;
-}
-
-bool StartsCharacter(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
 }
 
 // The source line with its tabs expanded (so the caret lines up), control
@@ -94,7 +114,8 @@ std::string SourceLines(const SourceLocation& where, const std::string& suggesti
     std::string out = " " + std::string(width - number.size(), ' ') + number + " | " + shown + "\n";
     std::string caret = gutter + " | " + std::string(column - 1, ' ') + "^";
     if (place.underlined > 1) {
-        caret.append(place.underlined - 1, '~');
+        // A range of megabytes (a hostile file's text) is not underlined whole.
+        caret.append(std::min<std::size_t>(place.underlined - 1, kMostUnderlined), '~');
     }
     out += caret + "\n";
     if (!suggestion.empty()) {

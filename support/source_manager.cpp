@@ -13,7 +13,16 @@ struct SourceFile {
     std::string text;
     std::vector<std::uint32_t> lineStarts;  // built on the first question
     bool released = false;                  // the text is to be read again when asked for
+    bool rereadable = true;                 // a pipe's text is kept: it cannot be read twice
+    // The place resolved last: a hostile file can have hundreds of diagnostics
+    // on one line of megabytes, each of which would count its columns again.
+    SourceLocation lastLocation{};
+    LineColumn lastPlace{};
 };
+
+void ForgetLastPlace(SourceFile& file) {
+    file.lastLocation = SourceLocation{};
+}
 
 SourceReloader g_reloader = nullptr;
 
@@ -32,6 +41,7 @@ SourceFile* FileOf(std::uint32_t file) {
     SourceFile& found = Files()[file - 1];
     if (found.released) {
         found.released = false;
+        ForgetLastPlace(found);
         if (g_reloader == nullptr || !g_reloader(found.name, found.text)) {
             found.text.clear();
         }
@@ -56,8 +66,8 @@ bool StartsCharacter(char byte) {
 
 }  // namespace
 
-std::uint32_t AddSourceFile(std::string name, std::string text) {
-    Files().push_back({std::move(name), std::move(text), {}});
+std::uint32_t AddSourceFile(std::string name, std::string text, bool rereadable) {
+    Files().push_back({std::move(name), std::move(text), {}, false, rereadable});
     return static_cast<std::uint32_t>(Files().size());
 }
 
@@ -75,11 +85,13 @@ void SetSourceReloader(SourceReloader reloader) {
 }
 
 void ReleaseSourceText(std::uint32_t file) {
-    if (file >= 1 && file <= Files().size() && !Files()[file - 1].text.empty()) {
+    if (file >= 1 && file <= Files().size() && Files()[file - 1].rereadable &&
+        !Files()[file - 1].text.empty()) {
         SourceFile& released = Files()[file - 1];
         std::string().swap(released.text);
         std::vector<std::uint32_t>().swap(released.lineStarts);
         released.released = true;
+        ForgetLastPlace(released);
     }
 }
 
@@ -111,6 +123,10 @@ LineColumn ResolveLocation(const SourceLocation& location) {
         return place;
     }
     SourceFile& file = *found;
+    const SourceLocation& last = file.lastLocation;
+    if (last.HasOffset() && last.offset == location.offset && last.length == location.length) {
+        return file.lastPlace;
+    }
     const std::size_t offset = std::min<std::size_t>(location.offset, file.text.size());
     const std::vector<std::uint32_t>& starts = LineStarts(file);
     const auto next = std::upper_bound(starts.begin(), starts.end(), offset);
@@ -125,7 +141,15 @@ LineColumn ResolveLocation(const SourceLocation& location) {
     place.lineOffset = offset - lineStart;
     unsigned column = 1;
     unsigned characters = 1;
-    for (std::size_t at = lineStart; at < offset; ++at) {
+    std::size_t from = lineStart;
+    // Further along the line of the last place: count on from there.
+    if (last.HasOffset() && file.lastPlace.line == place.line && last.offset <= offset &&
+        last.offset >= lineStart) {
+        from = last.offset;
+        column = file.lastPlace.column;
+        characters = file.lastPlace.characterColumn;
+    }
+    for (std::size_t at = from; at < offset; ++at) {
         if (!StartsCharacter(file.text[at])) {
             continue;
         }
@@ -139,6 +163,8 @@ LineColumn ResolveLocation(const SourceLocation& location) {
         1, std::count_if(file.text.begin() + static_cast<std::ptrdiff_t>(offset),
                          file.text.begin() + static_cast<std::ptrdiff_t>(std::max(end, offset)),
                          StartsCharacter)));
+    file.lastLocation = location;
+    file.lastPlace = place;
     return place;
 }
 

@@ -24,7 +24,8 @@ struct SourceLocation {
 };
 
 // Registers a file whose text (UTF-8) diagnostics may show; returns its number.
-std::uint32_t AddSourceFile(std::string name, std::string text);
+// The text of a file that cannot be read again (a pipe) is kept to the end.
+std::uint32_t AddSourceFile(std::string name, std::string text, bool rereadable = true);
 // Registers a file known by its name only (a blob, a directory, an output).
 std::uint32_t AddSourceName(std::string name);
 

@@ -64,27 +64,36 @@ int FileReader::HandleWord(const char* word) {
     if (!widened || word_.size() >= kWordUnits) {
         LogFormat(widened ? L"ERROR: - maximum string length exceeded, Text word.\n"
                           : L"ERROR: - Text is not valid UTF-8 or too long, it is ignored.\n");
-        Report(Diagnostic::Error("text-too-long", TextHere(),
-                                 "a word of this text is longer than 4095 characters and is "
-                                 "ignored"));
+        ReportLazily(Severity::kError, [this] {
+            return Diagnostic::Error("text-too-long", TextHere(),
+                                     "a word of this text is longer than 4095 characters and is "
+                                     "ignored");
+        });
         lastWasText_ = true;
         return 0;
     }
     if (lastWasText_) {
         if (text_.size() + word_.size() >= kTextUnits) {
             LogFormat(L"ERROR: - maximum string length exceeded, Text item.\n");
-            Report(Diagnostic::Error("text-too-long", TextHere(),
-                                     "the text is longer than 16383 characters; the words past "
-                                     "that are left out"));
+            ReportLazily(Severity::kError, [this] {
+                return Diagnostic::Error("text-too-long", TextHere(),
+                                         "the text is longer than 16383 characters; the words "
+                                         "past that are left out");
+            });
+            textRepeated_ = true;
         } else if (!text_.empty()) {
             text_.push_back(L' ');
             text_.append(word_);
+            textRepeated_ = false;
         } else {
             text_ = word_;
+            textRepeated_ = false;
         }
     } else {
         text_ = word_;
+        textRepeated_ = false;
     }
+    useMissing_ = useMissing_ && textRepeated_;
     LogFormat(L"Text node found: - %ls\n", text_.c_str());
 
     switch (context_) {
@@ -102,9 +111,11 @@ int FileReader::HandleWord(const char* word) {
         default:
             LogFormat(L"ERROR: - Invalid text found: - %ls\n", word_.c_str());
             if (!insideIgnoredGroup_) {
-                Report(Diagnostic::Error(
-                    "stray-text", ElementTextLocation(place_),
-                    "text " + Quoted(word_.c_str()) + " stands where no element takes text"));
+                ReportLazily(Severity::kError, [this] {
+                    return Diagnostic::Error(
+                        "stray-text", ElementTextLocation(place_),
+                        "text " + Quoted(word_.c_str()) + " stands where no element takes text");
+                });
             }
             break;
     }
@@ -215,12 +226,17 @@ void FileReader::TextForUse() {
     useHadText_ = true;
     if (use_->strProfile != nullptr) {
         LogFormat(L"ERROR: - usage of USE already assigned.\n");
-        Report(Diagnostic::Error("second-use", TextHere(),
-                                 "the application already has a use; this one is ignored")
-                   .Note(ElementLocation(usePlace_), "the use that is kept"));
+        ReportLazily(Severity::kError, [this] {
+            return Diagnostic::Error("second-use", TextHere(),
+                                     "the application already has a use; this one is ignored")
+                .Note(ElementLocation(usePlace_), "the use that is kept");
+        });
         return;
     }
-    if (FindUseName(text_.c_str()) != 0) {
+    // Words past the text's limit leave it as it was: a failed lookup is not repeated.
+    const bool known = !useMissing_ && FindUseName(text_.c_str()) != 0;
+    useMissing_ = !known;
+    if (known) {
         use_->strProfile = StoredCopy(text_.c_str());
         applicationComplete_ = true;
         useComplete_ = true;
@@ -230,12 +246,13 @@ void FileReader::TextForUse() {
         OrEmpty(use_->lpDriver != nullptr ? use_->lpDriver->strName : nullptr);
     if (!IsUserOrOem()) {
         LogFormat(L"ERROR: - Unable to find Use profile: - %ls\n", text_.c_str());
-        Report(
-            Diagnostic::Error(
-                "unknown-profile", TextHere(),
-                "no profile " + Quoted(text_.c_str()) + " in area " + Quoted(areaName))
+        ReportLazily(Severity::kError, [this, areaName] {
+            return Diagnostic::Error(
+                       "unknown-profile", TextHere(),
+                       "no profile " + Quoted(text_.c_str()) + " in area " + Quoted(areaName))
                 .Suggest(EncodeUtf8(
-                    ClosestName(std::wstring_view(text_), KnownProfileNames(areaName)).c_str())));
+                    ClosestName(std::wstring_view(text_), KnownProfileNames(areaName)).c_str()));
+        });
         return;
     }
     unsigned char exists = 0;

@@ -96,6 +96,10 @@ class FileReader {
     bool useValid_ = false;
     bool pendingWord_ = false;
     bool lastWasText_ = false;
+    // The last word left the text as it was (it is past its limit), and the
+    // text's use lookup already failed: both hold for the words that follow.
+    bool textRepeated_ = false;
+    bool useMissing_ = false;
     // A user file's properties group is not read: its texts are no mistakes of their own.
     bool insideIgnoredGroup_ = false;
     bool profileRefused_ = false;

@@ -88,6 +88,12 @@ bool IsNamePoint(std::uint32_t c) {
 
 constexpr std::uint32_t kInvalid = 0xFFFFFFFF;
 
+// No customisation element carries more than four attributes. The XML library
+// compares each attribute with every earlier one of its element, so a file with
+// many on one element would take time with the square of their number; past
+// this many the file is refused before the library sees it.
+constexpr std::size_t kMaxAttributes = 64;
+
 bool IsXmlCharPoint(std::uint32_t c) {
     return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
            (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
@@ -466,6 +472,7 @@ bool Checker::StartTag(bool& empty) {
     const std::string_view name = Name();
     attributes_.clear();
     manyAttributes_.clear();
+    std::size_t count = 0;
     for (;;) {
         const std::size_t lastEnd = at_;
         const bool space = SkipSpace();
@@ -486,6 +493,14 @@ bool Checker::StartTag(bool& empty) {
         if (!space || !NameAt(at_)) {
             return Fail(at_, "expected '>', '/>' or an attribute name after the tag <" +
                                  std::string(name) + ">, found " + Shown(at_));
+        }
+        if (++count > kMaxAttributes) {
+            const std::size_t nameAt = at_;
+            return Fail(nameAt,
+                        "<" + std::string(name) + "> has more than " +
+                            std::to_string(kMaxAttributes) +
+                            " attributes: no customisation element carries more than 4",
+                        Name().size());
         }
         if (!Attribute(name)) {
             return false;

@@ -15,9 +15,20 @@ struct SyntaxCase {
 
 constexpr std::size_t kGood = static_cast<std::size_t>(-1);
 
+// An element with count attributes, a0="v" a1="v" ...
+std::string WithAttributes(int count) {
+    std::string text = "<e";
+    for (int i = 0; i < count; ++i) {
+        text += " a" + std::to_string(i) + "=\"v\"";
+    }
+    return text + "/>";
+}
+
 // Each broken text names the place where it goes wrong (not where a parser
 // would give up), and each good one passes.
 TEST(WellFormed, FindsThePlaceWhereTheTextGoesWrong) {
+    const std::string most = WithAttributes(64);
+    const std::string tooMany = WithAttributes(65);
     for (const SyntaxCase& c : {
              SyntaxCase{"<a b='1' c=\"&lt;&#x41;&#65;\"><![CDATA[<]]><!-- - --><?p x?></a>", kGood,
                         ""},
@@ -51,6 +62,8 @@ TEST(WellFormed, FindsThePlaceWhereTheTextGoesWrong) {
              SyntaxCase{"<?xml version=\"2.0\"?><a/>", 15, "version is not valid"},
              SyntaxCase{"<?xml version=1.0?><a/>", 14, "must be quoted"},
              SyntaxCase{"<?xml encoding=\"UTF-8\"?><a/>", 6, "must begin with its version"},
+             SyntaxCase{most.c_str(), kGood, ""},
+             SyntaxCase{tooMany.c_str(), most.size() - 1, "more than 64 attributes"},
          }) {
         std::vector<std::uint32_t> nodes;
         XmlSyntaxError error;

@@ -43,11 +43,13 @@ class ErrorCallbackScope {
     ErrorCallbackScope& operator=(const ErrorCallbackScope&) = delete;
 };
 
-// A file's text read again for a late diagnostic.
+// A file's text read again for a late diagnostic (only ever a regular file:
+// the text of any other is kept).
 bool ReloadText(const std::string& name, std::string& text) {
     XmlTextError error;
     int systemError = 0;
-    return ReadXmlText(name.c_str(), text, error, &systemError) != XmlTextResult::kCannotRead;
+    return ReadXmlText(name.c_str(), text, error, &systemError, XmlReadMode::kRegularFileAgain) !=
+           XmlTextResult::kCannotRead;
 }
 
 bool Refuse(XmlLoadError& result, XmlLoadError why) {
@@ -70,18 +72,21 @@ bool LoadXmlDocument(const char* path, LoadedXml& loaded, XmlLoadError* why) {
     std::string text;
     XmlTextError textError;
     int systemError = 0;
-    const XmlTextResult read = ReadXmlText(path, text, textError, &systemError);
+    bool regular = true;
+    const XmlTextResult read =
+        ReadXmlText(path, text, textError, &systemError, XmlReadMode::kAnyFile, &regular);
     if (read == XmlTextResult::kCannotRead) {
         Report(Diagnostic::Error("cannot-read", FileLocation(AddSourceName(path)),
                                  "cannot read the file: " + SystemReason(systemError)));
         return Refuse(result, XmlLoadError::kCannotOpen);
     }
     SetSourceReloader(ReloadText);
-    loaded.file = AddSourceFile(path, std::move(text));
+    loaded.file = AddSourceFile(path, std::move(text), regular);
     const std::string_view source = SourceText(loaded.file);
     if (read == XmlTextResult::kBadEncoding) {
+        // Bad UTF-16 makes a file as broken as bad UTF-8 does, and says so alike.
         Report(Diagnostic::Error("bad-encoding", RangeLocation(loaded.file, textError.offset, 1),
-                                 textError.message));
+                                 "not well-formed XML: " + textError.message));
         return Refuse(result, XmlLoadError::kNotWellFormed);
     }
     XmlSyntaxError syntax;

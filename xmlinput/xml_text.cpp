@@ -138,23 +138,39 @@ XmlTextResult DecodeXmlText(std::string&& bytes, std::string& utf8, XmlTextError
 }
 
 XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& error,
-                          int* systemError) {
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+                          int* systemError, XmlReadMode mode, bool* regular) {
+    // Read again, a pipe would wait for a writer that is gone: opened without
+    // waiting, anything but a regular file is given up.
+    const bool again = mode == XmlReadMode::kRegularFileAgain;
+    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | (again ? O_NONBLOCK : 0));
     if (descriptor < 0) {
         *systemError = errno;
+        return XmlTextResult::kCannotRead;
+    }
+    struct stat info {};
+    if (fstat(descriptor, &info) != 0) {
+        *systemError = errno;
+        close(descriptor);
+        return XmlTextResult::kCannotRead;
+    }
+    const bool isRegular = S_ISREG(info.st_mode);
+    if (regular != nullptr) {
+        *regular = isRegular;
+    }
+    if (!again) {
+        RecordInputFile(path, info);  // no output may be written over it
+    }
+    if (again && !isRegular) {
+        *systemError = EINVAL;
+        close(descriptor);
         return XmlTextResult::kCannotRead;
     }
     // A regular file is read into a buffer of its size (a directory of
     // thousands of small files must not cost a large buffer each); anything
     // else, and what a file grew by, comes in chunks.
     std::string bytes;
-    struct stat info {};
     std::size_t expected = 0;
-    const bool known = fstat(descriptor, &info) == 0;
-    if (known) {
-        RecordInputFile(path, info);  // no output may be written over it
-    }
-    if (known && S_ISREG(info.st_mode) && info.st_size > 0) {
+    if (isRegular && info.st_size > 0) {
         expected = static_cast<std::size_t>(info.st_size);
         bytes.resize(expected);
     }

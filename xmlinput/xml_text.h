@@ -19,12 +19,19 @@ struct XmlTextError {
 
 enum class XmlTextResult { kGood, kCannotRead, kBadEncoding };
 
-// Reads path into utf8 (without its byte-order mark). UTF-16 is checked as it
-// is turned into UTF-8; UTF-8 is left to the well-formedness check, which
-// judges each character it passes with DecodeXmlCharacter. kCannotRead sets
-// *systemError to errno; kBadEncoding fills error.
+// Which files a read takes: the first read of a file any that opens (a pipe
+// too, read to its end); a second read, for a late diagnostic, a regular file
+// only, opened without waiting for a writer.
+enum class XmlReadMode { kAnyFile, kRegularFileAgain };
+
+// Reads path into utf8 (without its byte-order mark) through one open. UTF-16
+// is checked as it is turned into UTF-8; UTF-8 is left to the well-formedness
+// check, which judges each character it passes with DecodeXmlCharacter.
+// kCannotRead sets *systemError to errno; kBadEncoding fills error. *regular
+// (when given) tells whether the file was a regular one, which can be read again.
 XmlTextResult ReadXmlText(const char* path, std::string& utf8, XmlTextError& error,
-                          int* systemError);
+                          int* systemError, XmlReadMode mode = XmlReadMode::kAnyFile,
+                          bool* regular = nullptr);
 
 // Checks and converts bytes already in memory (the reader of a file and the
 // fuzzers share it).

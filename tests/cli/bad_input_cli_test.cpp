@@ -3,6 +3,7 @@
 // blob already at the -b path is either left whole or replaced by another whole
 // blob, never destroyed.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +22,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -224,6 +227,8 @@ std::vector<BadInputCase> Cases() {
          Writes("in.xml",
                 SystemSet({.values = Repeat("<deep>", 20000) + Repeat("</deep>", 20000)})),
          0, "ERROR: - Unknown group found: - deep.\n", BlobAfter::kRebuilt},
+        // More attributes than any element carries: refused before the XML
+        // library, whose time grows with the square of their number.
         {"ThousandsOfAttributes",
          [](const fs::path& dir) {
              std::string attributes;
@@ -234,7 +239,14 @@ std::vector<BadInputCase> Cases() {
                  SystemSet({.applications = "<application Title=\"Fern\"" + attributes +
                                             "><use Area=\"Orchid\">Quick</use></application>"}));
          },
-         0, "ERROR: - Unknown application attributes: - A4999\n", BlobAfter::kRebuilt},
+         255,
+         "Invalid XML detected: in.xml\n",
+         BlobAfter::kUnchanged,
+         {"-s", "in.xml", "-b", "good.blb"},
+         "good.blb",
+         Needs::kNothing,
+         {},
+         "has more than 64 attributes"},
         {"OneTextWordOver16384Units",
          Writes("in.xml", SystemSet({.values = "<value Property=\"Speed\">" +
                                                std::string(17000, '7') + "</value>"})),
@@ -655,6 +667,74 @@ TEST_P(Interrupted, LeavesAWholeBlobAndNoTemporaryFile) {
 INSTANTIATE_TEST_SUITE_P(Cli, Interrupted, ::testing::Values(SIGINT, SIGTERM, SIGHUP, SIGKILL),
                          [](const ::testing::TestParamInfo<int>& param) {
                              return std::string(sigabbrev_np(param.param));
+                         });
+
+// A file that is a pipe can be read once only: the run reads it through one
+// open, keeps its text for its diagnostics, and never waits on it again.
+struct PipeCase {
+    const char* name;
+    std::string document;
+    int status;
+    const char* stderrLine;  // expected on standard error; empty: nothing there
+};
+
+void PrintTo(const PipeCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class FifoInput : public ::testing::TestWithParam<PipeCase> {};
+
+TEST_P(FifoInput, IsReadOnceAndNeverWaitedOnAgain) {
+    const PipeCase& c = GetParam();
+    ScratchDir dir;
+    const fs::path fifo = dir / "in.xml";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // The writer waits without blocking for the run to open the pipe, writes
+    // the document and closes it; it gives up when the run has ended.
+    std::atomic<bool> ended{false};
+    std::thread writer([&] {
+        int descriptor = -1;
+        while (!ended && (descriptor = open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
+            usleep(1000);
+        }
+        if (descriptor >= 0) {
+            fcntl(descriptor, F_SETFL, 0);
+            for (std::size_t at = 0; at < c.document.size();) {
+                const ssize_t wrote =
+                    write(descriptor, c.document.data() + at, c.document.size() - at);
+                if (wrote <= 0) {
+                    break;
+                }
+                at += static_cast<std::size_t>(wrote);
+            }
+            close(descriptor);
+        }
+    });
+    const RunResult run =
+        RunQuillardWithin(20, dir.path(), {"-s", "in.xml", "-b", "out.blb", "-l", "run.log"});
+    ended = true;
+    writer.join();
+    EXPECT_EQ(run.status, c.status) << "(-1: it waited until it was killed)\n" << run.err;
+    if (*c.stderrLine != '\0') {
+        EXPECT_THAT(run.err, HasSubstr(c.stderrLine));
+    } else {
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+std::vector<PipeCase> PipeCases() {
+    return {
+        {"SmallValidSet", ReadFile(Example("system.xml")), 0, ""},
+        // A diagnostic after the whole file was read shows its line.
+        {"SetWithALateDiagnostic", ReadFile(TestData("compile/pair_mismatch.xml")), 1,
+         "<area Name=\"HYDynamic\" Privacy=\"Defined\">"},
+        {"NotWellFormed", "<customisations>\n<area", 255, "not well-formed"},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(Cli, FifoInput, ::testing::ValuesIn(PipeCases()),
+                         [](const ::testing::TestParamInfo<PipeCase>& param) {
+                             return std::string(param.param.name);
                          });
 
 }  // namespace

@@ -37,6 +37,23 @@ namespace {
 constexpr uid_t kNobody = 65534;
 constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
+// Waits until the run has ended or its time is up, then kills it (its status
+// is then -1, and the test fails on it).
+void WaitWithinTimeLimit(pid_t pid, int seconds) {
+    if (seconds <= 0) {
+        return;
+    }
+    for (int waited = 0; waited < seconds * 100; ++waited) {
+        siginfo_t info{};
+        if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == pid) {
+            return;
+        }
+        usleep(10000);
+    }
+    kill(pid, SIGKILL);
+}
+
 RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& args,
               const std::map<std::string, std::string>& env, bool asNobody,
               Interruption interruption = {}, const ChildSetup& setup = {}) {
@@ -142,6 +159,7 @@ RunResult Run(const std::filesystem::path& dir, const std::vector<std::string>& 
     }
     int wstatus = 0;
     struct rusage usage {};
+    WaitWithinTimeLimit(pid, setup.timeLimitSeconds);
     while (wait4(pid, &wstatus, 0, &usage) < 0) {
     }
     result.maxRssKiB = usage.ru_maxrss;
@@ -236,6 +254,14 @@ std::string AddressSpaceLimitUnusable() {
         return "valgrind needs more address space than any limit leaves";
     }
     return {};
+}
+
+RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
+                            const std::vector<std::string>& args,
+                            const std::map<std::string, std::string>& env) {
+    ChildSetup setup;
+    setup.timeLimitSeconds = seconds;
+    return Run(dir, args, env, false, {}, setup);
 }
 
 }  // namespace qk::cli

@@ -76,6 +76,7 @@ struct ChildSetup {
     std::string standardOutput;  // empty: captured into RunResult::out
     rlim_t fileSizeLimit = RLIM_INFINITY;
     long addressSpaceKiB = 0;  // 0: no limit on the address space
+    int timeLimitSeconds = 0;  // 0: the run may take as long as it takes
 };
 
 RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
@@ -90,5 +91,11 @@ RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
 // Why runs of the tool cannot take an address-space limit in this build or run
 // (sanitizers, valgrind); empty when they can.
 std::string AddressSpaceLimitUnusable();
+
+// RunQuillard for a run that might wait for ever: killed after seconds (its
+// status is then -1).
+RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
+                            const std::vector<std::string>& args,
+                            const std::map<std::string, std::string>& env = {});
 
 }  // namespace qk::cli

@@ -54,6 +54,14 @@ std::string SetWith(int line, const std::string& text, const char* lastLine = nu
     return out;
 }
 
+std::string ManyWords(int count) {
+    std::string words;
+    for (int i = 0; i < count; ++i) {
+        words += "w ";
+    }
+    return words;
+}
+
 enum class Kind { kSystem, kSystemUtf16, kDirectory, kUserAgainstBlob, kOptionsOnly };
 
 struct Mistake {
@@ -120,6 +128,13 @@ const std::vector<Mistake>& Mistakes() {
          "\t\t</area>\n\t\t<area Name=\"HYDynamic\"><property Type=\"Dword\">A</property></area>"
          "\n\t\t<area Name=\"NOMM-HYDynamic\"><property Type=\"Dword\">B</property></area>",
          "set.xml:10:17: error", "", 1},
+        // A text of many words: the diagnostics on it stay a few lines of a
+        // few hundred characters, however long the text.
+        {"ProfileInUseOfManyWords", 18,
+         "\t\t\t<use Area=\"Lumen3D\">" + ManyWords(12000) + "</use>", "set.xml:18:45: error", "",
+         0},
+        {"ElementNameOf5000Letters", 13, "\t\t\t<" + std::string(5000, 'n') + "/>",
+         "set.xml:13:25: error", "", 0},
         {"MisspeltLongOption", 0, "", "error: unknown option \"--stirct\"", "--strict", 255,
          Kind::kOptionsOnly},
     };
@@ -184,6 +199,9 @@ TEST_P(Diagnostics, NamesThePlaceTheSeverityAndTheHint) {
         const int wanted = strict && isError && m.status == 0 ? 255 : m.status;
         EXPECT_EQ(run.status, wanted) << m.name << (strict ? " with --strict" : "") << "\n"
                                       << run.err;
+        for (const std::string& line : lines) {
+            EXPECT_LT(line.size(), 1500u) << m.name << ": a diagnostic line too long to read";
+        }
         EXPECT_EQ(lines[0].rfind("quillard: " + m.where, 0), 0u) << m.name << "\n" << run.err;
         if (*m.hint != '\0') {
             EXPECT_NE(lines[0].find(std::string("did you mean \"") + m.hint + "\"?"),
