@@ -73,8 +73,11 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
 // Reads and decodes a blob file; nothing, and in *problem what is wrong, when it
 // cannot be read or is not a blob. A missing file is an empty database when
 // missingIsEmpty is set (the library's view of a database never installed).
+// The file is opened once, and only a regular file is read; its bytes go to
+// *bytes when asked for.
 std::optional<BlobDatabase> LoadBlobDatabase(const std::string& path,
                                              std::string* problem = nullptr,
-                                             bool missingIsEmpty = false);
+                                             bool missingIsEmpty = false,
+                                             std::vector<std::uint8_t>* bytes = nullptr);
 
 }  // namespace qk

@@ -2,6 +2,7 @@
 
 // --diff: two blob files compared by content, not by position.
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,8 +18,14 @@ struct Customisations;
 std::vector<std::string> DiffCustomisations(const Customisations& first,
                                             const Customisations& second);
 
+// The one line of two blobs whose content shows no difference but whose bytes
+// differ (what no record shows: a reserved word, a text no record names): the
+// blobs are not the same, and --diff never calls them equal.
+std::string SameContentLine(const std::vector<std::uint8_t>& first,
+                            const std::vector<std::uint8_t>& second);
+
 // Compares two blob files and prints the differences to standard output. 0 when
-// they are equal, 1 when they differ, 2 when a file cannot be read or is not a
+// they are equal, byte for byte, 1 when they differ, 2 when a file cannot be read or is not a
 // blob (an ERROR line on standard error and in the log).
 int DiffBlobFiles(const char* first, const char* second);
 
