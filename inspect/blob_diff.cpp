@@ -176,6 +176,25 @@ std::vector<std::string> DiffCustomisations(const Customisations& first,
     return lines;
 }
 
+std::optional<std::vector<std::string>> DiffBlobs(const BlobDatabase& first,
+                                                  const std::vector<std::uint8_t>& firstBytes,
+                                                  const BlobDatabase& second,
+                                                  const std::vector<std::uint8_t>& secondBytes) {
+    Customisations treeA{};
+    Customisations treeB{};
+    if (first.FillCustomisation(&treeA, ZEL_Main_Memory_Alloc) != 0 ||
+        second.FillCustomisation(&treeB, ZEL_Main_Memory_Alloc) != 0) {
+        ReleaseLibraryAnswers();
+        return std::nullopt;
+    }
+    std::vector<std::string> lines = DiffCustomisations(treeA, treeB);
+    ReleaseLibraryAnswers();
+    if (lines.empty() && firstBytes != secondBytes) {
+        lines.push_back(SameContentLine(firstBytes, secondBytes));
+    }
+    return lines;
+}
+
 int DiffBlobFiles(const char* first, const char* second) {
     std::string problem;
     std::vector<std::uint8_t> bytesA;
@@ -190,25 +209,17 @@ int DiffBlobFiles(const char* first, const char* second) {
         ReportUnreadable(second, problem);
         return 2;
     }
-    Customisations treeA{};
-    Customisations treeB{};
-    if (a->FillCustomisation(&treeA, ZEL_Main_Memory_Alloc) != 0 ||
-        b->FillCustomisation(&treeB, ZEL_Main_Memory_Alloc) != 0) {
-        ReleaseLibraryAnswers();
+    const std::optional<std::vector<std::string>> lines = DiffBlobs(*a, bytesA, *b, bytesB);
+    if (!lines) {
         ReportUnreadable(first, "cannot be compared: out of memory");
         return 2;
     }
-    std::vector<std::string> lines = DiffCustomisations(treeA, treeB);
-    ReleaseLibraryAnswers();
-    if (lines.empty() && bytesA != bytesB) {
-        lines.push_back(SameContentLine(bytesA, bytesB));
-    }
-    for (const std::string& line : lines) {
+    for (const std::string& line : *lines) {
         std::fwrite(line.data(), 1, line.size(), stdout);
         std::fputc('\n', stdout);
     }
     std::fflush(stdout);
-    return lines.empty() ? 0 : 1;
+    return lines->empty() ? 0 : 1;
 }
 
 }  // namespace qk

@@ -3,12 +3,14 @@
 // --diff: two blob files compared by content, not by position.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace qk {
 
 struct Customisations;
+struct BlobDatabase;
 
 // The differences between two customisation trees, one line each (without line
 // end), in a stable order: the version string, areas, properties, profiles,
@@ -23,6 +25,13 @@ std::vector<std::string> DiffCustomisations(const Customisations& first,
 // blobs are not the same, and --diff never calls them equal.
 std::string SameContentLine(const std::vector<std::uint8_t>& first,
                             const std::vector<std::uint8_t>& second);
+
+// The lines --diff prints for two decoded blobs and their bytes: none only
+// when the bytes are the same. Nothing when memory ran out.
+std::optional<std::vector<std::string>> DiffBlobs(const BlobDatabase& first,
+                                                  const std::vector<std::uint8_t>& firstBytes,
+                                                  const BlobDatabase& second,
+                                                  const std::vector<std::uint8_t>& secondBytes);
 
 // Compares two blob files and prints the differences to standard output. 0 when
 // they are equal, byte for byte, 1 when they differ, 2 when a file cannot be read or is not a

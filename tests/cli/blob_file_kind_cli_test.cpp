@@ -90,6 +90,10 @@ const FileKindCase kCases[] = {
     {"Dump", {"-o", "-b", "bad.blb"}, 255, "bad.blb: error: the blob file is not a regular file"},
 };
 
+void PrintTo(const FileKindCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
 class BlobFileKind : public ::testing::TestWithParam<std::tuple<FileKindCase, Kind>> {};
 
 TEST_P(BlobFileKind, IsRefusedAtOnce) {
