@@ -1,8 +1,5 @@
 #include "blob/blob_file.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
@@ -11,9 +8,9 @@
 #include "blob/compact_builder.h"
 #include "blob/string_table.h"
 #include "support/diagnostic.h"
-#include "support/file_size.h"
 #include "support/output_file.h"
 #include "support/progress_log.h"
+#include "support/regular_file_read.h"
 #include "support/tracked_memory.h"
 #include "support/utf8_encode.h"
 
@@ -88,34 +85,38 @@ long LoadBlobImage(const char* path) {
     if (path == nullptr) {
         return 0;
     }
-    const long size = GetFileSizeAp(path);
-    if (size > static_cast<long>(kMaxImageBytes)) {
-        LogFormat(
-            L"ERROR, blob file \"%s\" has %ld bytes, more than the 0xFFFFF bytes an image "
-            L"holds.\n",
-            path, size);
-        Report(Diagnostic::Error(
-            "not-a-blob", FileLocation(AddSourceName(path)),
-            "the file has " + std::to_string(size) + " bytes, more than the 1048575 a blob holds"));
-        return -1;
-    }
-    if (size <= 0) {
-        if (access(path, R_OK) != 0) {
+    // One open that never waits, of a regular file only: a FIFO without a
+    // writer would hold the run forever, and a second open may meet another file.
+    const RegularFileRead file = ReadRegularFile(path, kMaxImageBytes);
+    switch (file.problem) {
+        case FileReadProblem::kNone:
+            break;
+        case FileReadProblem::kTooLarge: {
+            const auto size = static_cast<long>(file.size);
+            LogFormat(
+                L"ERROR, blob file \"%s\" has %ld bytes, more than the 0xFFFFF bytes an image "
+                L"holds.\n",
+                path, size);
+            Report(Diagnostic::Error("not-a-blob", FileLocation(AddSourceName(path)),
+                                     "the file has " + std::to_string(size) +
+                                         " bytes, more than the 1048575 a blob holds"));
+            return -1;
+        }
+        case FileReadProblem::kNotRegular:
+            LogFormat(L"ERROR, blob file \"%s\" is not a regular file.\n", path);
+            Report(Diagnostic::Error("not-a-blob", FileLocation(AddSourceName(path)),
+                                     "the blob file is not a regular file"));
+            return -1;
+        case FileReadProblem::kCannotOpen:
+        case FileReadProblem::kReadFailed:
+            // A missing or unreadable file: the image stays zero.
             Report(Diagnostic::Error(
                 "cannot-read", FileLocation(AddSourceName(path)),
-                "cannot read the blob: " + SystemReason(errno) + "; an empty image is used"));
-        }
-        return size;  // a missing or empty file: the image stays zero
+                "cannot read the blob: " + SystemReason(file.cause) + "; an empty image is used"));
+            return 0;
     }
-    auto* bytes = static_cast<std::uint8_t*>(Allocate(static_cast<std::uint32_t>(size) + 1));
-    std::FILE* file = std::fopen(path, "rb");
-    if (file != nullptr) {
-        // A file that shrank since its size was taken leaves the rest zero.
-        const std::size_t got = std::fread(bytes, 1, static_cast<std::size_t>(size), file);
-        std::fclose(file);
-        std::memcpy(image, bytes, got);
-    }
-    return size;
+    std::memcpy(image, file.bytes.data(), file.bytes.size());
+    return static_cast<long>(file.bytes.size());
 }
 
 int printVersionString() {

@@ -16,8 +16,8 @@ int WriteBinFile(char* name);
 
 // Loads a blob file into a fresh zero-filled image that becomes the current
 // one. Returns the file's size, or -1 (after an ERROR line) when the file is
-// larger than an image can hold; a missing or unreadable file leaves the image
-// zero.
+// larger than an image can hold or is not a regular file (a FIFO is never
+// waited on); a missing or unreadable file leaves the image zero.
 long LoadBlobImage(const char* path);
 
 // -v: prints the version string stored in quillard.blb; returns 0.

@@ -5,13 +5,14 @@
 #include <cstddef>
 #include <cstring>
 #include <cwchar>
-#include <fstream>
 #include <map>
 #include <utility>
 
+#include "blob/blob_check.h"
 #include "blob/blob_reader.h"
 #include "model/customisation.h"
 #include "support/out_of_memory.h"
+#include "support/regular_file_read.h"
 
 namespace qk {
 
@@ -62,15 +63,6 @@ template <typename T>
 void Append(T*& head, T*& tail, T* item) {
     (tail ? tail->lpNext : head) = item;
     tail = item;
-}
-
-// A property name as the narrow name of a value record holds it.
-std::string Narrow(const std::wstring& text) {
-    std::string narrow;
-    for (wchar_t unit : text) {
-        narrow.push_back(static_cast<char>(unit));
-    }
-    return narrow;
 }
 
 // The records of a chain from its first to its last, or nothing when the chain
@@ -151,7 +143,7 @@ void Fill(const BlobDatabase& database, Customisations* root, const TreeMemory& 
             value->iDataLength = static_cast<std::uint32_t>(installedValue.datum.size());
             for (Property* property = area ? area->lpProperties : nullptr; property != nullptr;
                  property = property->lpNext) {
-                if (Narrow(property->strName) == installedValue.property) {
+                if (NarrowPropertyName(property->strName) == installedValue.property) {
                     value->lpProperty = property;
                     break;
                 }
@@ -245,21 +237,18 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
         std::memcpy(storage.data(), bytes.data(), bytes.size());
     }
     const BlobReader reader({reinterpret_cast<const std::uint8_t*>(storage.data()), bytes.size()});
+    // Nothing is decoded from a blob that does not check out as a whole: a
+    // part of it, or names read as empty, would answer as if they were the set.
+    if (const char* found = BlobImageProblem(reader)) {
+        why = found;
+        return std::nullopt;
+    }
     const auto header = reader.Header();
     const auto drivers = reader.Table(BlobTable::kDriver);
     const auto areas = reader.Table(BlobTable::kArea);
     const auto profiles = reader.Table(BlobTable::kProfile);
     const auto applications = reader.Table(BlobTable::kApplication);
-    if (!header) {
-        why = "is shorter than a blob's header";
-        return std::nullopt;
-    }
-    if (header->dwMagic != kBlobMagic) {
-        why = "is not a blob (it does not start with a blob's mark)";
-        return std::nullopt;
-    }
-    if (!drivers || !reader.Table(BlobTable::kProperty) || !areas || !profiles ||
-        !reader.Table(BlobTable::kUse) || !applications || !reader.Table(BlobTable::kWords)) {
+    if (!header || !drivers || !areas || !profiles || !applications) {
         why = "has a table that reaches past its end (is it cut short?)";
         return std::nullopt;
     }
@@ -359,32 +348,36 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
 }
 
 std::optional<BlobDatabase> LoadBlobDatabase(const std::string& path, std::string* problem,
-                                             bool missingIsEmpty) {
+                                             bool missingIsEmpty,
+                                             std::vector<std::uint8_t>* bytes) {
     std::string ignored;
     std::string& why = problem != nullptr ? *problem : ignored;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        const int cause = errno;
-        if (cause == ENOENT && missingIsEmpty) {
-            return BlobDatabase{};
+    RegularFileRead file = ReadRegularFile(path.c_str(), kMaxImageBytes);
+    switch (file.problem) {
+        case FileReadProblem::kNone: {
+            auto database = DecodeBlobDatabase(file.bytes, &why);
+            if (bytes != nullptr) {
+                *bytes = std::move(file.bytes);
+            }
+            return database;
         }
-        why = std::string("cannot be read: ") + std::strerror(cause);
-        return std::nullopt;
-    }
-    std::vector<std::uint8_t> bytes;
-    char chunk[65536];
-    while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
-        bytes.insert(bytes.end(), chunk, chunk + in.gcount());
-        if (bytes.size() > kMaxImageBytes) {
+        case FileReadProblem::kCannotOpen:
+            if (file.cause == ENOENT && missingIsEmpty) {
+                return BlobDatabase{};
+            }
+            why = std::string("cannot be read: ") + std::strerror(file.cause);
+            break;
+        case FileReadProblem::kNotRegular:
+            why = "is not a regular file";
+            break;
+        case FileReadProblem::kTooLarge:
             why = kTooLarge;
-            return std::nullopt;
-        }
+            break;
+        case FileReadProblem::kReadFailed:
+            why = std::string("cannot be read: ") + std::strerror(file.cause);
+            break;
     }
-    if (in.bad()) {
-        why = "cannot be read";
-        return std::nullopt;
-    }
-    return DecodeBlobDatabase(bytes, &why);
+    return std::nullopt;
 }
 
 }  // namespace qk

@@ -19,6 +19,7 @@ struct BlobProperty {
     int type = 0;
     std::wstring name;
     std::wstring set;
+    bool operator==(const BlobProperty&) const = default;
 };
 
 struct BlobArea {
@@ -26,11 +27,13 @@ struct BlobArea {
     std::wstring driver;
     int privacy = 0;
     std::vector<BlobProperty> properties;  // in list order
+    bool operator==(const BlobArea&) const = default;
 };
 
 struct BlobValue {
     std::string property;  // the narrow name of the value record
     std::vector<std::uint8_t> datum;
+    bool operator==(const BlobValue&) const = default;
 };
 
 struct BlobProfile {
@@ -40,11 +43,13 @@ struct BlobProfile {
     std::wstring name;
     std::wstring notes;
     std::vector<BlobValue> values;
+    bool operator==(const BlobProfile&) const = default;
 };
 
 struct BlobApplication {
     std::wstring title, file, path, version;
     std::vector<std::uint32_t> useProfiles;  // profile positions, in list order
+    bool operator==(const BlobApplication&) const = default;
 };
 
 struct BlobDatabase {
@@ -52,6 +57,8 @@ struct BlobDatabase {
     std::vector<BlobArea> areas;
     std::vector<BlobProfile> profiles;
     std::vector<BlobApplication> applications;
+    // Whole content, as every reader of the blob sees it.
+    bool operator==(const BlobDatabase&) const = default;
 
     // The library's queries, with its result codes: 0 when answered; the
     // privacy of an area that is not there is kAreaNotInstalled, the type of
@@ -73,8 +80,11 @@ std::optional<BlobDatabase> DecodeBlobDatabase(std::span<const std::uint8_t> byt
 // Reads and decodes a blob file; nothing, and in *problem what is wrong, when it
 // cannot be read or is not a blob. A missing file is an empty database when
 // missingIsEmpty is set (the library's view of a database never installed).
+// The file is opened once, and only a regular file is read; its bytes go to
+// *bytes when asked for.
 std::optional<BlobDatabase> LoadBlobDatabase(const std::string& path,
                                              std::string* problem = nullptr,
-                                             bool missingIsEmpty = false);
+                                             bool missingIsEmpty = false,
+                                             std::vector<std::uint8_t>* bytes = nullptr);
 
 }  // namespace qk

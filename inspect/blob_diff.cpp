@@ -1,5 +1,7 @@
 #include "inspect/blob_diff.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <optional>
@@ -146,6 +148,14 @@ void ReportUnreadable(const char* file, const std::string& problem) {
 
 }  // namespace
 
+std::string SameContentLine(const std::vector<std::uint8_t>& first,
+                            const std::vector<std::uint8_t>& second) {
+    const auto [at, ignored] =
+        std::mismatch(first.begin(), first.end(), second.begin(), second.end());
+    return "~ bytes: the same content, stored differently (first difference at byte " +
+           std::to_string(at - first.begin()) + ")";
+}
+
 std::vector<std::string> DiffCustomisations(const Customisations& first,
                                             const Customisations& second) {
     const Sections a = Collect(first);
@@ -166,34 +176,50 @@ std::vector<std::string> DiffCustomisations(const Customisations& first,
     return lines;
 }
 
+std::optional<std::vector<std::string>> DiffBlobs(const BlobDatabase& first,
+                                                  const std::vector<std::uint8_t>& firstBytes,
+                                                  const BlobDatabase& second,
+                                                  const std::vector<std::uint8_t>& secondBytes) {
+    Customisations treeA{};
+    Customisations treeB{};
+    if (first.FillCustomisation(&treeA, ZEL_Main_Memory_Alloc) != 0 ||
+        second.FillCustomisation(&treeB, ZEL_Main_Memory_Alloc) != 0) {
+        ReleaseLibraryAnswers();
+        return std::nullopt;
+    }
+    std::vector<std::string> lines = DiffCustomisations(treeA, treeB);
+    ReleaseLibraryAnswers();
+    if (lines.empty() && firstBytes != secondBytes) {
+        lines.push_back(SameContentLine(firstBytes, secondBytes));
+    }
+    return lines;
+}
+
 int DiffBlobFiles(const char* first, const char* second) {
     std::string problem;
-    const std::optional<BlobDatabase> a = LoadBlobDatabase(first, &problem);
+    std::vector<std::uint8_t> bytesA;
+    std::vector<std::uint8_t> bytesB;
+    const std::optional<BlobDatabase> a = LoadBlobDatabase(first, &problem, false, &bytesA);
     if (!a) {
         ReportUnreadable(first, problem);
         return 2;
     }
-    const std::optional<BlobDatabase> b = LoadBlobDatabase(second, &problem);
+    const std::optional<BlobDatabase> b = LoadBlobDatabase(second, &problem, false, &bytesB);
     if (!b) {
         ReportUnreadable(second, problem);
         return 2;
     }
-    Customisations treeA{};
-    Customisations treeB{};
-    if (a->FillCustomisation(&treeA, ZEL_Main_Memory_Alloc) != 0 ||
-        b->FillCustomisation(&treeB, ZEL_Main_Memory_Alloc) != 0) {
-        ReleaseLibraryAnswers();
+    const std::optional<std::vector<std::string>> lines = DiffBlobs(*a, bytesA, *b, bytesB);
+    if (!lines) {
         ReportUnreadable(first, "cannot be compared: out of memory");
         return 2;
     }
-    const std::vector<std::string> lines = DiffCustomisations(treeA, treeB);
-    ReleaseLibraryAnswers();
-    for (const std::string& line : lines) {
+    for (const std::string& line : *lines) {
         std::fwrite(line.data(), 1, line.size(), stdout);
         std::fputc('\n', stdout);
     }
     std::fflush(stdout);
-    return lines.empty() ? 0 : 1;
+    return lines->empty() ? 0 : 1;
 }
 
 }  // namespace qk

@@ -109,6 +109,19 @@ const std::string& GoodBlob() {
     return bytes;
 }
 
+// The good blob with its bytes changed by change(header, bytes).
+std::string Altered(const std::function<void(const BlobHeader&, std::string&)>& change) {
+    std::string bytes = GoodBlob();
+    BlobHeader header{};
+    std::memcpy(&header, bytes.data(), sizeof header);
+    change(header, bytes);
+    return bytes;
+}
+
+void PutWord(std::string& bytes, std::uint64_t at, std::uint32_t value) {
+    std::memcpy(bytes.data() + at, &value, sizeof value);
+}
+
 enum class BlobAfter {
     kUnchanged,  // the run failed or only read: the good blob is byte for byte the same
     kRebuilt,    // the run compiled what it could: a new blob that decodes cleanly
@@ -506,6 +519,28 @@ std::vector<BadInputCase> Cases() {
         {"RandomBytes", [] { return Hostile("random.blb"); }, "is not a blob"},
         {"LoopingChain", [] { return Hostile("loop.blb"); },
          "has a chain of properties that leaves its table, loops or joins another"},
+        // The walk to the next profile jumps past the table: the rest is not lost quietly.
+        {"ProfileSizeRunningPastItsTable",
+         [] {
+             return Altered([](const BlobHeader& header, std::string& bytes) {
+                 PutWord(bytes,
+                         PositionToByte(header.posProfileStart) +
+                             offsetof(ProfileRecord, dwAggregatedSize),
+                         0xFFFFFFF8);
+             });
+         },
+         "has a profile whose AggregatedSize is not the size of its values"},
+        // No text ends: every name would read as empty.
+        {"WordsWithoutTerminators",
+         [] {
+             return Altered([](const BlobHeader& header, std::string& bytes) {
+                 for (std::uint64_t unit = 0; unit < header.nWordsUnits; ++unit) {
+                     PutWord(bytes, PositionToByte(unit), 'x');
+                     PutWord(bytes, PositionToByte(unit) + 4, 'x');
+                 }
+             });
+         },
+         "has a Words table that is not a sequence of whole texts"},
     };
     const std::string update = ReadFile(Example("update.xml"));
     for (const OfflineCase& o : offline) {

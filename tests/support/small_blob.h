@@ -21,6 +21,8 @@ inline std::vector<std::uint8_t> SmallBlob() {
     };
     auto at = [](std::uint32_t position, std::size_t byte) { return 92 + 8 * position + byte; };
     word(0, kBlobMagic);
+    word(4, 1);   // format 1
+    word(32, 4);  // the release: the empty text
     word(40, 3);
     word(at(1, 0), L'D');
     word(at(2, 0), L'P');
