@@ -115,6 +115,8 @@ constexpr Entry kPropertyTypeGet = {"ZEL_ApplicationProfiles_PropertyType_Get",
 // is read once, so the words are kept for the diagnostic.
 const char* g_loaderError = "";
 
+constexpr std::size_t kLoaderRoomBytes = std::size_t{16} << 20;
+
 bool LoaderRanOutOfMemory() {
     const char* error = dlerror();
     g_loaderError = error != nullptr ? error : "";
@@ -128,7 +130,15 @@ bool LoaderRanOutOfMemory() {
 // never closed; the loader keeps one copy however often it is opened.
 template <typename Fn, typename Store, typename Call>
 int CallLibrary(const Entry& entry, Store store, Call call) {
+    // The loader ends the process, with no error to answer, when it cannot have
+    // the thread-local data of a library it has mapped: the first load is made
+    // only with room to spare.
+    static bool loaded = false;
+    if (!loaded) {
+        MakeSureOfAddressSpace(kLoaderRoomBytes);
+    }
     void* library = dlopen(g_lpLibraryName, RTLD_LAZY | RTLD_GLOBAL);
+    loaded = library != nullptr;
     if (library == nullptr && LoaderRanOutOfMemory()) {
         ThrowOutOfMemory();  // no room to map it: not a missing library
     }

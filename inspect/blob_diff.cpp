@@ -14,6 +14,7 @@
 #include "model/customisation.h"
 #include "model/type_names.h"
 #include "support/diagnostic.h"
+#include "support/out_of_memory.h"
 #include "support/progress_log.h"
 #include "support/utf8_encode.h"
 #include "text/utf8_decode.h"
@@ -211,8 +212,7 @@ int DiffBlobFiles(const char* first, const char* second) {
     }
     const std::optional<std::vector<std::string>> lines = DiffBlobs(*a, bytesA, *b, bytesB);
     if (!lines) {
-        ReportUnreadable(first, "cannot be compared: out of memory");
-        return 2;
+        ThrowOutOfMemory();  // the checked blobs fill their trees unless memory runs out
     }
     for (const std::string& line : *lines) {
         std::fwrite(line.data(), 1, line.size(), stdout);

@@ -1,5 +1,7 @@
 #include "support/out_of_memory.h"
 
+#include <sys/mman.h>
+
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -51,6 +53,17 @@ int EndOutOfMemory() {
     ReportOutOfMemory(g_end.message);
     FreeAll();
     return g_end.status;
+}
+
+void MakeSureOfAddressSpace(std::size_t bytes) {
+    // Only address space is asked for: nothing is touched or counted against
+    // the memory the system has promised.
+    void* room =
+        mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (room == MAP_FAILED) {
+        ThrowOutOfMemory();
+    }
+    munmap(room, bytes);
 }
 
 }  // namespace qk

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace qk {
 
 // How a run that runs out of memory ends: its status and the line standard
@@ -26,6 +28,10 @@ bool SetMemoryAsideForTheEnd();
 void ReleaseMemorySetAside();
 // Releases the memory set aside and throws std::bad_alloc.
 [[noreturn]] void ThrowOutOfMemory();
+
+// Ends the run out of memory (ThrowOutOfMemory) when the address space has no
+// room for bytes more. For code that does not survive running short midway.
+void MakeSureOfAddressSpace(std::size_t bytes);
 
 // Ends a run out of memory without allocating: the log line, the message on
 // standard error, every tracked block freed. Returns the status to end with.

@@ -1,7 +1,5 @@
 #include "xmlinput/tree_room.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 
 #include "support/out_of_memory.h"
@@ -40,15 +38,7 @@ std::size_t TreeBytesBound(std::string_view text) {
 }
 
 void MakeSureOfRoomForTree(std::string_view text) {
-    // Only address space is asked for: nothing is touched or counted against
-    // the memory the system has promised.
-    const std::size_t bytes = TreeBytesBound(text);
-    void* room =
-        mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (room == MAP_FAILED) {
-        ThrowOutOfMemory();
-    }
-    munmap(room, bytes);
+    MakeSureOfAddressSpace(TreeBytesBound(text));
 }
 
 }  // namespace qk
