@@ -271,6 +271,36 @@ INSTANTIATE_TEST_SUITE_P(Cli, SwappedPath, ::testing::ValuesIn(SwapCases()),
                                                                                   : "NewFile");
                          });
 
+// A file system without unnamed files: the outputs are made under a name of
+// their own beside the target instead, byte for byte the same, with nothing left over.
+TEST(WithoutUnnamedFiles, EveryOutputTakesTheNamedWay) {
+    for (Output output : {Output::kBlob, Output::kReverse, Output::kLogCopy}) {
+        SCOPED_TRACE(OutputName(output));
+        ScratchDir usual;
+        ScratchDir named;
+        for (const ScratchDir* dir : {&usual, &named}) {
+            WriteInputs(dir->path());
+            WriteFile(*dir / "target.out", kOld);
+        }
+        const RunResult expected = RunQuillard(usual.path(), Writing(output, "target.out"),
+                                               {{"SOURCE_DATE_EPOCH", "1700000000"}});
+        const RunResult run = RunQuillard(named.path(), Writing(output, "target.out"),
+                                          {{"LD_PRELOAD", OUTPUT_SWAP_LIBRARY},
+                                           {"QUILLKIT_NO_TMPFILE", "1"},
+                                           {"SOURCE_DATE_EPOCH", "1700000000"},
+                                           {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+        EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.status, expected.status);
+        EXPECT_NE(ReadFile(named / "target.out"), kOld);
+        if (output != Output::kLogCopy) {  // the log names the time it took
+            EXPECT_EQ(ReadFile(named / "target.out"), ReadFile(usual / "target.out"));
+        }
+        for (const auto& entry : fs::directory_iterator(named.path())) {
+            EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
+        }
+    }
+}
+
 // ---------------------------------------------------------------------------
 // An output that is an input or another output, by any name: refused before
 // anything is written, with an ERROR naming both.

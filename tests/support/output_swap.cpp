@@ -5,11 +5,15 @@
 // right after the tool opened the path for writing, or "tmpfile", right after it
 // made the new file in the directory for it. A test shows that the output is then
 // refused, and neither the link's target nor the moved file is written.
+//
+// With QUILLKIT_NO_TMPFILE set, an unnamed file cannot be made (EOPNOTSUPP), as
+// on the file systems that have none: the tool must then take its named way.
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -56,6 +60,10 @@ using OpenAt = int (*)(int, const char*, int, ...);
 
 template <typename Next, typename... Directory>
 int Swapping(Next next, const char* path, int flags, mode_t mode, Directory... directory) {
+    if (IsTemporaryFile(flags) && std::getenv("QUILLKIT_NO_TMPFILE") != nullptr) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
     const int fd = next(directory..., path, flags, mode);
     if (fd >= 0) {
         SwapAfterOpen(path, flags);
