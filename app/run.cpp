@@ -261,6 +261,9 @@ int Run::CompareBlobs(int index) {
         }
     }
     CopyLogToLogFile();
+    if (IsStrict() && ErrorsReported() > 0) {
+        status = 2;  // --strict: any problem fails the run, with diff's failure status
+    }
     return status;
 }
 

@@ -450,6 +450,7 @@ struct LastStepCase {
 const ChildSetup kFullDisk = {"/dev/full"};
 constexpr const char kOutputLost[] = "standard output could not be written";
 constexpr const char kLogCut[] = "quillard.log could not be written in this run";
+constexpr const char kLogNotCopied[] = "the progress log could not be copied";
 
 const LastStepCase kLastSteps[] = {
     {"HelpIntoAFullDevice", {"--help"}, kFullDisk, 255, kOutputLost},
@@ -458,6 +459,16 @@ const LastStepCase kLastSteps[] = {
     {"VersionStringIntoAFullDevice", {"-v"}, kFullDisk, 0, kOutputLost},
     {"VersionStringIntoAFullDeviceStrict", {"--strict", "-v"}, kFullDisk, 255, kOutputLost},
     {"HiddenHelpIntoAFullDeviceStrict", {"--strict", "-hiddenhelp"}, kFullDisk, 255, kOutputLost},
+    {"DiffWithALogCopyThatFails",
+     {"--diff", "good.blb", "other.blb", "-l", "missing/copy.log"},
+     {},
+     1,
+     kLogNotCopied},
+    {"DiffWithALogCopyThatFailsStrict",
+     {"--strict", "--diff", "good.blb", "good.blb", "-l", "missing/copy.log"},
+     {},
+     2,
+     kLogNotCopied},
     {"LogCutBySizeLimit",
      {"-s", "in.xml", "-b", "out.blb", "-l", "quillard.log"},
      {"", 4096},
