@@ -83,4 +83,21 @@ bool OutputsCollide(const std::vector<PlannedOutput>& outputs) {
     return false;
 }
 
+bool SameExistingFile(const char* first, const char* second) {
+    struct stat one {};
+    struct stat other {};
+    return stat(first, &one) == 0 && stat(second, &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
+bool OutputIsNamedInput(const char* output, const std::vector<const char*>& inputs) {
+    for (const char* input : inputs) {
+        if (SameExistingFile(output, input)) {
+            Refuse(output, "input", input);
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace qk

@@ -19,4 +19,11 @@ struct PlannedOutput {
 // line in the log and a diagnostic that name both.
 bool OutputsCollide(const std::vector<PlannedOutput>& outputs);
 
+// True when output names the same existing file as one of the named inputs,
+// after the same ERROR line and diagnostic.
+bool OutputIsNamedInput(const char* output, const std::vector<const char*>& inputs);
+
+// True when both paths name the same existing file.
+bool SameExistingFile(const char* first, const char* second);
+
 }  // namespace qk

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "app/command_line.h"
@@ -139,6 +140,9 @@ class Run {
     // Ends the run (status 255, nothing written, no copy of the log) when an
     // output of the run is an input or another output.
     void RefuseCollidingOutputs() const;
+    // The files the arguments name for reading, looked up without Find, whose
+    // allocations the log counts.
+    std::vector<const char*> NamedInputs() const;
 
     int argc_;
     char** argv_;
@@ -177,6 +181,11 @@ void Run::ExamineLogOption() {
         RefuseValue("-l");
     }
     logName_ = value;
+    // quillard.log is started anew at once: never when the run is to read it.
+    if (OutputIsNamedInput(kLogFileName, NamedInputs())) {
+        FreeAll();
+        throw FatalExit{kErrorStatus, false};
+    }
     SetCreateLog(1);
     ProgressLog(L"Launching Quillkit, Log progress selected...\n", 1);
 }
@@ -234,13 +243,37 @@ void Run::RefuseCollidingOutputs() const {
         outputs.push_back({BlobTargetName(blobName_)});
     }
     if (logName_ != nullptr) {
-        outputs.push_back({logName_});
+        // The log itself is an output too; a copy onto it changes nothing.
+        outputs.insert(outputs.begin(), {kLogFileName});
+        if (!SameExistingFile(logName_, kLogFileName)) {
+            outputs.push_back({logName_});
+        }
     }
     if (OutputsCollide(outputs)) {
         FreeAll();
         ProgressLog(L"Exiting Quillkit...\n", 0);
         throw FatalExit{kErrorStatus, false};
     }
+}
+
+std::vector<const char*> Run::NamedInputs() const {
+    std::vector<const char*> inputs;
+    for (std::size_t index = 0; index + 1 < singleDash_.size(); ++index) {
+        const std::string_view option = singleDash_[index];
+        if ((option == "-s" && reverse_ == 0) || (option == "-b" && dump_ != 0)) {
+            inputs.push_back(singleDash_[index + 1]);
+        }
+    }
+    for (const auto& [option, count] :
+         {std::pair{"--from", 1}, std::pair{"--against", 1}, std::pair{"--diff", 2}}) {
+        const int index = FindLong(option);
+        for (int nth = 1; index >= 0 && nth <= count; ++nth) {
+            if (const char* value = LongValue(index, nth)) {
+                inputs.push_back(value);
+            }
+        }
+    }
+    return inputs;
 }
 
 // --diff A B: the two blobs compared; the run ends with diff's statuses.

@@ -434,6 +434,52 @@ INSTANTIATE_TEST_SUITE_P(Cli, SameFile, ::testing::ValuesIn(SameFileCases()),
                              return std::string(param.param.name);
                          });
 
+// quillard.log is an output of every run with -l: it is started anew only when
+// the run does not read it, and nothing else is written over it.
+struct LogFileCase {
+    const char* name;
+    std::vector<std::string> args;
+    bool logIsInput;  // else the log is written, but no other output over it
+};
+
+const LogFileCase kLogFileCases[] = {
+    {"XmlReadFromTheLogFile", {"-s", "quillard.log", "-b", "out.blb", "-l", "copy.log"}, true},
+    {"BlobComparedFromTheLogFile", {"--diff", "quillard.log", "good.blb", "-l", "copy.log"}, true},
+    {"BlobOverTheLogFile", {"-s", "in.xml", "-b", "quillard.log", "-l", "copy.log"}, false},
+    {"XmlOfReverseOverTheLogFile",
+     {"-r", "--from", "good.blb", "-s", "quillard.log", "-l", "copy.log"},
+     false},
+};
+
+void PrintTo(const LogFileCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+class LogFile : public ::testing::TestWithParam<LogFileCase> {};
+
+TEST_P(LogFile, IsNeitherReadNorOverwritten) {
+    const LogFileCase& c = GetParam();
+    ScratchDir dir;
+    WriteInputs(dir.path());
+    const std::string before = ReadFile(dir / (c.logIsInput ? "in.xml" : "good.blb"));
+    WriteFile(dir / "quillard.log", before);
+    const RunResult run = RunQuillard(dir.path(), c.args);
+    EXPECT_EQ(run.status, 255) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("\"quillard.log\" is the same file as"));
+    EXPECT_FALSE(fs::exists(dir / "copy.log"));
+    EXPECT_FALSE(fs::exists(dir / "out.blb"));
+    if (c.logIsInput) {
+        EXPECT_EQ(ReadFile(dir / "quillard.log"), before);
+    } else {
+        EXPECT_THAT(ReadFile(dir / "quillard.log"), HasSubstr("ERROR, output"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cli, LogFile, ::testing::ValuesIn(kLogFileCases),
+                         [](const ::testing::TestParamInfo<LogFileCase>& param) {
+                             return std::string(param.param.name);
+                         });
+
 // ---------------------------------------------------------------------------
 // The last step's failures: standard output that cannot be written, a log cut
 // by a file-size limit. Each is reported on standard error and decides the
