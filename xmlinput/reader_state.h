@@ -102,9 +102,10 @@ class FileReader {
     bool useMissing_ = false;
     // A user file's properties group is not read: its texts are no mistakes of their own.
     bool insideIgnoredGroup_ = false;
+    // The last profile element was refused by its area's privacy.
     bool profileRefused_ = false;
-    bool useHadText_ = false;  // the current use's text came (and was reported if wrong)  // the
-                               // last profile element was refused by its area's privacy
+    // The current use's text came (and was reported if wrong).
+    bool useHadText_ = false;
 
     std::wstring text_;
     std::wstring word_;
