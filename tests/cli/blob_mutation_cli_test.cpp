@@ -23,81 +23,16 @@
 namespace qk::cli {
 namespace {
 
-constexpr const char kAllKinds[] = R"(<?xml version="1.0" encoding="utf-8"?>
-<customisations Format="1" Release="7.3" Content="Mutation fixture">
-	<properties>
-		<area Name="Quartz" Privacy="Defined">
-			<property Type="Binary">Pattern</property>
-			<property Type="Qword">Budget</property>
-			<property Type="Dword" Set="1,2,3">Level</property>
-			<property Type="Boolean">Sharp</property>
-			<property Type="Enumerated" Set="Dim,Bright">Glow</property>
-			<property Type="String">Caption</property>
-		</area>
-		<area Name="Heron" Privacy="ApplicationsOnly">
-			<property Type="Dword">Tempo</property>
-		</area>
-	</properties>
-	<profiles>
-		<profile Area="Quartz" Usage="Vivid" Notes="All six kinds">
-			<value Property="Pattern">0x01,0xA0,0xFF</value>
-			<value Property="Budget">0x0000000100000002</value>
-			<value Property="Level">2</value>
-			<value Property="Sharp">True</value>
-			<value Property="Glow">Bright</value>
-			<value Property="Caption">Hello there</value>
-		</profile>
-		<profile Area="Heron" Usage="Calm"><value Property="Tempo">0x30</value></profile>
-	</profiles>
-	<applications>
-		<application Title="Lantern" File="lantern.exe" Path="tools/lantern" Version="3.1">
-			<use Area="Quartz">Vivid</use>
-		</application>
-		<application File="kite.exe"><use Area="Heron">Calm</use></application>
-	</applications>
-</customisations>
-)";
-
-// A user set over the one above: its areas come from the installed set.
-constexpr const char kUserSet[] = R"(<?xml version="1.0" encoding="utf-8"?>
-<customisations Format="1">
-	<profiles>
-		<profile Area="Quartz" Usage="Soft" Notes="Over the installed set">
-			<value Property="Sharp">False</value>
-			<value Property="Caption">Quiet</value>
-		</profile>
-	</profiles>
-	<applications>
-		<application Title="Moth" File="moth.exe"><use Area="Quartz">Soft</use></application>
-	</applications>
-</customisations>
-)";
-
-// One of each record.
-constexpr const char kTiny[] = R"(<?xml version="1.0" encoding="utf-8"?>
-<customisations Format="1">
-	<properties>
-		<area Name="Gx" Privacy="Defined"><property Type="Dword">Aa</property></area>
-	</properties>
-	<profiles>
-		<profile Area="Gx" Usage="Fast"><value Property="Aa">0x10</value></profile>
-	</profiles>
-	<applications>
-		<application File="g.exe"><use Area="Gx">Fast</use></application>
-	</applications>
-</customisations>
-)";
-
 struct Fixture {
     const char* name;
-    const char* xml;
+    const char* xml;                // in tests/data/mutation
     std::vector<std::string> args;  // compile in.xml to out.blb; all.blb is installed
 };
 
 const Fixture kFixtures[] = {
-    {"AllKinds", kAllKinds, {"-s", "in.xml", "-b", "out.blb"}},
-    {"UserSet", kUserSet, {"-u", "-s", "in.xml", "-b", "out.blb", "--against", "all.blb"}},
-    {"Tiny", kTiny, {"-s", "in.xml", "-b", "out.blb"}},
+    {"AllKinds", "all_kinds.xml", {"-s", "in.xml", "-b", "out.blb"}},
+    {"UserSet", "user_set.xml", {"-u", "-s", "in.xml", "-b", "out.blb", "--against", "all.blb"}},
+    {"Tiny", "tiny.xml", {"-s", "in.xml", "-b", "out.blb"}},
 };
 
 void PrintTo(const Fixture& fixture, std::ostream* out) {
@@ -107,9 +42,9 @@ void PrintTo(const Fixture& fixture, std::ostream* out) {
 std::vector<std::uint8_t> Compiled(const Fixture& fixture) {
     ScratchDir dir;
     const std::map<std::string, std::string> env = {{"SOURCE_DATE_EPOCH", "1700000000"}};
-    WriteFile(dir / "all.xml", kAllKinds);
+    WriteFile(dir / "all.xml", ReadFile(TestData("mutation/all_kinds.xml")));
     EXPECT_EQ(RunQuillard(dir.path(), {"-s", "all.xml", "-b", "all.blb"}, env).status, 0);
-    WriteFile(dir / "in.xml", fixture.xml);
+    WriteFile(dir / "in.xml", ReadFile(TestData("mutation") / fixture.xml));
     const RunResult run = RunQuillard(dir.path(), fixture.args, env);
     EXPECT_EQ(run.status, 0) << run.err;
     const std::string bytes = ReadFile(dir / "out.blb");
