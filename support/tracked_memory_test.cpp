@@ -6,7 +6,6 @@
 #include <string>
 
 #include "support/fatal_exit.h"
-#include "support/out_of_memory.h"
 #include "tests/support/logged_test.h"
 
 namespace qk {
@@ -57,26 +56,6 @@ TEST_F(TrackedMemoryTest, AnExhaustedHeapEndsTheRunWithStatusZero) {
     const std::string log = Log();
     EXPECT_NE(log.find("ERROR, Unable to allocate memory, EXIT PROGRAM\nDONE, FreeAll()\n"),
               std::string::npos);
-}
-
-// The run chooses its out-of-memory end; the exhausted heap ends with it.
-TEST_F(TrackedMemoryTest, AnExhaustedHeapEndsWithTheChosenEnd) {
-    for (const OutOfMemoryEnd end :
-         {kOutOfMemoryEnd, OutOfMemoryEnd{2, "diff end\n"}, OutOfMemoryEnd{255, "strict end\n"}}) {
-        SCOPED_TRACE(end.message);
-        ResetTrackedMemory();
-        SetOutOfMemoryEnd(end);
-        SetHeapAllocatorForTests([](std::size_t, std::size_t) -> void* { return nullptr; });
-        int status = -1;
-        try {
-            Allocate(8);
-        } catch (const FatalExit& exit) {
-            status = exit.status;
-        }
-        SetHeapAllocatorForTests(nullptr);
-        EXPECT_EQ(status, end.status);
-    }
-    SetOutOfMemoryEnd(kOutOfMemoryEnd);
 }
 
 TEST_F(TrackedMemoryTest, TheErrorExitLogsFreesAndEndsWith255) {
