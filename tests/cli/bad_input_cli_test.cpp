@@ -196,21 +196,6 @@ std::string TextHeavySet() {
     return SystemSet(parts);
 }
 
-// The file-size limit of the runs started while it lives.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) {
-        getrlimit(RLIMIT_FSIZE, &previous_);
-        struct rlimit limit = previous_;
-        limit.rlim_cur = bytes;
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &previous_); }
-
-  private:
-    struct rlimit previous_ {};
-};
-
 std::function<void(const fs::path&)> Writes(std::string name, std::string content) {
     return [name = std::move(name), content = std::move(content)](const fs::path& dir) {
         WriteFile(dir / name, content);
@@ -293,6 +278,10 @@ std::vector<BadInputCase> Cases() {
          .status = 0,
          .errorLine = "FAILED: Unable to open bin file for writing.\n",
          .needs = Needs::kUnprivileged},
+        {"DumpOfAFifo",
+         [](const fs::path& dir) { ASSERT_EQ(mkfifo((dir / "bad.blb").c_str(), 0600), 0); }, 255,
+         "ERROR, blob file \"bad.blb\" is not a regular file.\n", BlobAfter::kUnchanged, dump,
+         "good.blb"},
         {"DumpOfAnOversizedFile", Writes("bad.blb", std::string(0x100000, '\x01')), 255,
          "more than the 0xFFFFF bytes an image holds.\n", BlobAfter::kUnchanged, dump, "bad.blb"},
         {"DirectoryWithASymbolicLinkLoop",
@@ -508,6 +497,11 @@ std::vector<BadInputCase> Cases() {
         std::function<std::string()> blob;  // the content of bad.blb; empty: no file
         const char* problem;
         Needs needs = Needs::kNothing;
+        // Makes bad.blb something other than a file of that content.
+        std::function<void(const fs::path& bad)> plant = {};
+    };
+    const auto linkTo = [](const char* target) {
+        return [target](const fs::path& bad) { fs::create_symlink(target, bad); };
     };
     const OfflineCase offline[] = {
         {"Missing", [] { return std::string(); }, "cannot be read: No such file or directory"},
@@ -541,12 +535,32 @@ std::vector<BadInputCase> Cases() {
              });
          },
          "has a Words table that is not a sequence of whole texts"},
+        // Not regular files: refused at once, never waited on.
+        {"Fifo",
+         {},
+         "is not a regular file",
+         Needs::kNothing,
+         [](const fs::path& bad) { ASSERT_EQ(mkfifo(bad.c_str(), 0600), 0); }},
+        {"Directory",
+         {},
+         "is not a regular file",
+         Needs::kNothing,
+         [](const fs::path& bad) { fs::create_directory(bad); }},
+        {"EndlessDevice", {}, "is not a regular file", Needs::kNothing, linkTo("/dev/zero")},
+        // A regular file whose read fails: an error, never a shorter file.
+        {"ReadThatFails",
+         {},
+         "cannot be read: Input/output error",
+         Needs::kNothing,
+         linkTo("/proc/self/mem")},
     };
     const std::string update = ReadFile(Example("update.xml"));
     for (const OfflineCase& o : offline) {
         const auto make = [o, update](const fs::path& dir) {
             WriteFile(dir / "user.xml", update);
-            if (const std::string bytes = o.blob(); !bytes.empty()) {
+            if (o.plant) {
+                o.plant(dir / "bad.blb");
+            } else if (const std::string bytes = o.blob(); !bytes.empty()) {
                 WriteFile(dir / "bad.blb", bytes);
                 if (o.needs == Needs::kUnprivileged) {
                     fs::permissions(dir / "bad.blb", fs::perms::none);
@@ -611,12 +625,13 @@ TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
         args.insert(args.begin(), {"-l", "run.log"});
     }
     bool ran = true;
-    RunResult run;
-    {
-        const FileSizeLimit limit(c.fileSizeLimit);
-        run = c.needs == Needs::kUnprivileged ? RunQuillardUnprivileged(dir.path(), args, &ran)
-                                              : RunQuillard(dir.path(), args, c.env);
-    }
+    // A run that waits for ever (on a pipe, say) is killed: its status is then -1.
+    ChildSetup setup;
+    setup.fileSizeLimit = c.fileSizeLimit;
+    setup.timeLimitSeconds = UnderValgrind() ? 300 : 60;
+    const RunResult run = c.needs == Needs::kUnprivileged
+                              ? RunQuillardUnprivileged(dir.path(), args, &ran)
+                              : RunQuillardWith(dir.path(), args, c.env, setup);
     if (!ran)
         GTEST_SKIP() << "permission bits do not stop root, and it cannot run the tool as nobody";
     std::error_code ignored;
@@ -745,8 +760,10 @@ TEST_P(FifoInput, IsReadOnceAndNeverWaitedOnAgain) {
             close(descriptor);
         }
     });
+    ChildSetup setup;
+    setup.timeLimitSeconds = 20;
     const RunResult run =
-        RunQuillardWithin(20, dir.path(), {"-s", "in.xml", "-b", "out.blb", "-l", "run.log"});
+        RunQuillardWith(dir.path(), {"-s", "in.xml", "-b", "out.blb", "-l", "run.log"}, {}, setup);
     ended = true;
     writer.join();
     EXPECT_EQ(run.status, c.status) << "(-1: it waited until it was killed)\n" << run.err;

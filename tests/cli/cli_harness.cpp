@@ -233,14 +233,6 @@ RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<st
     return Run(dir, args, env, false, {}, setup);
 }
 
-RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
-                                    const std::vector<std::string>& args, long limitKiB,
-                                    const std::map<std::string, std::string>& env) {
-    ChildSetup setup;
-    setup.addressSpaceKiB = limitKiB;
-    return Run(dir, args, env, false, {}, setup);
-}
-
 std::string AddressSpaceLimitUnusable() {
 #if defined(__SANITIZE_ADDRESS__)
     return "the sanitizers reserve more address space than any limit leaves";
@@ -254,14 +246,6 @@ std::string AddressSpaceLimitUnusable() {
         return "valgrind needs more address space than any limit leaves";
     }
     return {};
-}
-
-RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
-                            const std::vector<std::string>& args,
-                            const std::map<std::string, std::string>& env) {
-    ChildSetup setup;
-    setup.timeLimitSeconds = seconds;
-    return Run(dir, args, env, false, {}, setup);
 }
 
 }  // namespace qk::cli

@@ -70,8 +70,9 @@ std::filesystem::path Example(const std::string& name);
 std::filesystem::path BuildDir();
 
 // What a run's process gets besides its arguments: its standard output sent to
-// a file of the test's choosing (/dev/full, say) instead of being captured, and
-// a limit on the size of the files it writes.
+// a file of the test's choosing (/dev/full, say) instead of being captured,
+// limits on the size of the files it writes and on its address space, and a
+// time after which it is killed (its status is then -1).
 struct ChildSetup {
     std::string standardOutput;  // empty: captured into RunResult::out
     rlim_t fileSizeLimit = RLIM_INFINITY;
@@ -82,20 +83,8 @@ struct ChildSetup {
 RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<std::string>& args,
                           const std::map<std::string, std::string>& env, const ChildSetup& setup);
 
-// Runs the tool as RunQuillard does, with its address space (RLIMIT_AS) limited
-// to limitKiB from its start.
-RunResult RunQuillardInAddressSpace(const std::filesystem::path& dir,
-                                    const std::vector<std::string>& args, long limitKiB,
-                                    const std::map<std::string, std::string>& env = {});
-
 // Why runs of the tool cannot take an address-space limit in this build or run
 // (sanitizers, valgrind); empty when they can.
 std::string AddressSpaceLimitUnusable();
-
-// RunQuillard for a run that might wait for ever: killed after seconds (its
-// status is then -1).
-RunResult RunQuillardWithin(int seconds, const std::filesystem::path& dir,
-                            const std::vector<std::string>& args,
-                            const std::map<std::string, std::string>& env = {});
 
 }  // namespace qk::cli

@@ -154,8 +154,9 @@ TEST_P(MemoryLimit, EndsWithAnAnswerAtEveryLimit) {
         if (!mode.output.empty()) {
             WriteFile(dir / mode.output, kPrevious);
         }
-        return limitKiB > 0 ? RunQuillardInAddressSpace(dir.path(), mode.args, limitKiB, env)
-                            : RunQuillard(dir.path(), mode.args, env);
+        ChildSetup setup;
+        setup.addressSpaceKiB = limitKiB;
+        return RunQuillardWith(dir.path(), mode.args, env, setup);
     };
     const RunResult reference = run(0);
     ASSERT_EQ(reference.status, mode.doneStatus) << reference.err;
