@@ -6,16 +6,10 @@
 
 #include <string>
 
+#include "tests/support/generated_sets.h"
+
 namespace qk {
 namespace {
-
-std::string Times(const std::string& piece, int count) {
-    std::string out;
-    for (int i = 0; i < count; ++i) {
-        out += piece;
-    }
-    return out;
-}
 
 std::string DistinctAttributes(int count) {
     std::string out;
@@ -36,19 +30,19 @@ struct Shape {
 // text, and stays near the tree for customisation sets.
 TEST(TreeRoom, TheBoundHoldsForEveryShapeOfText) {
     const Shape shapes[] = {
-        {"EmptyElements", Times("<x/>", 20000)},
-        {"ShortAttributes", Times("<x a=\"\"/>", 20000)},
+        {"EmptyElements", test::Repeat("<x/>", 20000)},
+        {"ShortAttributes", test::Repeat("<x a=\"\"/>", 20000)},
         {"ManyAttributes", "<x " + DistinctAttributes(3000) + "/>"},
-        {"ShortWords", "<x>" + Times("a ", 40000) + "</x>"},
-        {"Lines", Times("<x a=\"\"/>\n", 20000)},
-        {"References", Times("<x>&#65;</x>", 20000)},
-        {"Instructions", Times("<?p?>", 20000)},
+        {"ShortWords", "<x>" + test::Repeat("a ", 40000) + "</x>"},
+        {"Lines", test::Repeat("<x a=\"\"/>\n", 20000)},
+        {"References", test::Repeat("<x>&#65;</x>", 20000)},
+        {"Instructions", test::Repeat("<?p?>", 20000)},
         {"Customisation",
-         Times("<profile Area=\"Heron3\" Usage=\"Evening mood\" Notes=\"Warm and calm\">\n"
-               "\t<value Property=\"Gain\">12</value>\n"
-               "\t<value Property=\"Caption\">Caption text that is long enough</value>\n"
-               "</profile>\n",
-               2000),
+         test::Repeat("<profile Area=\"Heron3\" Usage=\"Evening mood\" Notes=\"Warm and calm\">\n"
+                      "\t<value Property=\"Gain\">12</value>\n"
+                      "\t<value Property=\"Caption\">Caption text that is long enough</value>\n"
+                      "</profile>\n",
+                      2000),
          true},
     };
     for (const Shape& shape : shapes) {

@@ -29,48 +29,21 @@
 #include "blob/blob_format.h"
 #include "bridge/blob_database.h"
 #include "tests/cli/cli_harness.h"
+#include "tests/support/case_name.h"
+#include "tests/support/generated_sets.h"
 #include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
 
 namespace fs = std::filesystem;
+using test::kDeclaration;
+using test::Repeat;
+using test::SetParts;
+using test::SystemSet;
+using test::TextHeavySet;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-constexpr const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-
-// A small system set; parts can be swapped for hostile ones.
-struct SetParts {
-    std::string properties =
-        "<property Type=\"Dword\">Speed</property>"
-        "<property Type=\"Binary\">Pattern</property>";
-    std::string values = "<value Property=\"Speed\">7</value>";
-    std::string applications =
-        "<application Title=\"Fern\" File=\"fern.exe\"><use Area=\"Orchid\">Quick</use>"
-        "</application>";
-    std::string profileAttributes = "Area=\"Orchid\" Usage=\"Quick\"";
-};
-
-std::string SystemSet(const SetParts& parts = {}) {
-    return std::string(kDeclaration) +
-           "<customisations Format=\"1\" Content=\"Hostile\">\n"
-           "<properties><area Name=\"Orchid\" Privacy=\"Defined\">" +
-           parts.properties +
-           "</area></properties>\n"
-           "<profiles><profile " +
-           parts.profileAttributes + ">" + parts.values +
-           "</profile></profiles>\n"
-           "<applications>" +
-           parts.applications + "</applications>\n</customisations>\n";
-}
-
-std::string Repeat(const std::string& piece, int times) {
-    std::string out;
-    for (int i = 0; i < times; ++i)
-        out += piece;
-    return out;
-}
 
 std::string WithValues(int count) {
     SetParts parts;
@@ -181,19 +154,6 @@ void WriteManySets(const fs::path& tree, int count) {
                       "\"><property Type=\"Dword\">Speed</property></area></properties>"
                       "</customisations>\n");
     }
-}
-
-// Long distinct texts: the blob (four bytes a character) is larger than the log.
-std::string TextHeavySet() {
-    SetParts parts;
-    parts.applications.clear();
-    for (int i = 0; i < 600; ++i) {
-        const std::string id = std::to_string(i);
-        parts.applications += "<application Title=\"" + std::string(150, 'T') + id + "\" File=\"" +
-                              std::string(150, 'f') + id +
-                              ".exe\"><use Area=\"Orchid\">Quick</use></application>\n";
-    }
-    return SystemSet(parts);
 }
 
 std::function<void(const fs::path&)> Writes(std::string name, std::string content) {
@@ -784,10 +744,7 @@ std::vector<PipeCase> PipeCases() {
     };
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, FifoInput, ::testing::ValuesIn(PipeCases()),
-                         [](const ::testing::TestParamInfo<PipeCase>& param) {
-                             return std::string(param.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cli, FifoInput, ::testing::ValuesIn(PipeCases()), test::CaseName());
 
 }  // namespace
 }  // namespace qk::cli

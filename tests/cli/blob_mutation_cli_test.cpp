@@ -19,6 +19,7 @@
 #include "inspect/blob_diff.h"
 #include "tests/cli/cli_harness.h"
 #include "tests/support/blob_mutator.h"
+#include "tests/support/case_name.h"
 
 namespace qk::cli {
 namespace {
@@ -118,10 +119,7 @@ TEST_P(BlobMutation, EveryTruncationIsRefused) {
     EXPECT_TRUE(wrong_.empty()) << Report();
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, BlobMutation, ::testing::ValuesIn(kFixtures),
-                         [](const ::testing::TestParamInfo<Fixture>& param) {
-                             return std::string(param.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cli, BlobMutation, ::testing::ValuesIn(kFixtures), test::CaseName());
 
 }  // namespace
 }  // namespace qk::cli

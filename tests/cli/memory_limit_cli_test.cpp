@@ -15,6 +15,7 @@
 
 #include "tests/cli/cli_harness.h"
 #include "tests/support/case_name.h"
+#include "tests/support/generated_sets.h"
 
 namespace qk::cli {
 namespace {
@@ -22,61 +23,14 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-// A system set of about a megabyte: many areas, profiles and applications
-// with long texts, so that every stage of a run takes memory.
-std::string SizeableSet() {
-    std::string xml =
-        "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-        "<customisations Format=\"1\" Release=\"7.3\" Content=\"Generated heavy set\">\n"
-        "<properties>\n";
-    constexpr int kAreas = 40;
-    for (int area = 0; area < kAreas; ++area) {
-        const std::string n = std::to_string(area);
-        xml += "<area Name=\"Heron" + n +
-               "\" Privacy=\"Defined\">"
-               "<property Type=\"Dword\">Gain" +
-               n +
-               "</property>"
-               "<property Type=\"String\">Caption" +
-               n +
-               "</property>"
-               "<property Type=\"Enumerated\" Set=\"Low,Mid,High\">Level" +
-               n +
-               "</property>"
-               "</area>\n";
-    }
-    xml += "</properties>\n<profiles>\n";
-    for (int profile = 0; profile < 300; ++profile) {
-        const std::string n = std::to_string(profile);
-        const std::string area = std::to_string(profile % kAreas);
-        xml += "<profile Area=\"Heron" + area + "\" Usage=\"Mood" + n +
-               "\" Notes=\"Generated profile number " + n +
-               " for the heavy set\">"
-               "<value Property=\"Gain" +
-               area + "\">" + std::to_string(profile * 7) + "</value><value Property=\"Caption" +
-               area + "\">Caption text of profile " + n +
-               " that is long enough to matter</value><value Property=\"Level" + area +
-               "\">Mid</value></profile>\n";
-    }
-    xml += "</profiles>\n<applications>\n";
-    for (int application = 0; application < 900; ++application) {
-        const std::string n = std::to_string(application);
-        xml += "<application Title=\"Generated application with a long title, number " + n +
-               "\" File=\"gen" + n + ".exe\" Path=\"studio/tools/generated/" + n +
-               "\" Version=\"1." + n + "\"><use Area=\"Heron" +
-               std::to_string(application % kAreas) + "\">Mood" +
-               std::to_string(application % 300) + "</use></application>\n";
-    }
-    return xml + "</applications>\n</customisations>\n";
-}
-
+// A user update over the generated system set.
 constexpr const char kUpdate[] =
     "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
     "<customisations Format=\"1\" Content=\"Generated update\">\n"
-    "<profiles><profile Area=\"Heron3\" Usage=\"Evening\">"
-    "<value Property=\"Gain3\">12</value></profile></profiles>\n"
+    "<profiles><profile Area=\"Orchid\" Usage=\"Evening\">"
+    "<value Property=\"Speed\">12</value></profile></profiles>\n"
     "<applications><application Title=\"Lantern\" File=\"lantern.exe\">"
-    "<use Area=\"Heron3\">Evening</use></application></applications>\n"
+    "<use Area=\"Orchid\">Evening</use></application></applications>\n"
     "</customisations>\n";
 
 // What an output file holds before a run: a run must leave it so or complete.
@@ -135,7 +89,7 @@ TEST_P(MemoryLimit, EndsWithAnAnswerAtEveryLimit) {
     const ModeCase& mode = GetParam();
     ScratchDir dir;
     std::map<std::string, std::string> env = {{"SOURCE_DATE_EPOCH", "1700000000"}};
-    WriteFile(dir / "set/heavy.xml", SizeableSet());
+    WriteFile(dir / "set/heavy.xml", test::TextHeavySet());
     WriteFile(dir / "update.xml", kUpdate);
     for (const std::vector<std::string>& compile :
          {std::vector<std::string>{"-p", "set", "-b", "heavy.blb"},

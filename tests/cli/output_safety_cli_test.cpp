@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "tests/cli/cli_harness.h"
+#include "tests/support/case_name.h"
 
 namespace qk::cli {
 namespace {
@@ -429,10 +430,7 @@ TEST_P(SameFile, IsRefusedBeforeAnythingIsWritten) {
     EXPECT_THAT(log, HasSubstr(both));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, SameFile, ::testing::ValuesIn(SameFileCases()),
-                         [](const ::testing::TestParamInfo<SameFileCase>& param) {
-                             return std::string(param.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cli, SameFile, ::testing::ValuesIn(SameFileCases()), test::CaseName());
 
 // quillard.log is an output of every run with -l: it is started anew only when
 // the run does not read it, and nothing else is written over it.
@@ -475,10 +473,7 @@ TEST_P(LogFile, IsNeitherReadNorOverwritten) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, LogFile, ::testing::ValuesIn(kLogFileCases),
-                         [](const ::testing::TestParamInfo<LogFileCase>& param) {
-                             return std::string(param.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cli, LogFile, ::testing::ValuesIn(kLogFileCases), test::CaseName());
 
 // ---------------------------------------------------------------------------
 // The last step's failures: standard output that cannot be written, a log cut
@@ -549,10 +544,7 @@ TEST_P(LastStep, FailureIsReportedAndCounts) {
     EXPECT_THAT(run.err, HasSubstr(c.reported));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, LastStep, ::testing::ValuesIn(kLastSteps),
-                         [](const ::testing::TestParamInfo<LastStepCase>& param) {
-                             return std::string(param.param.name);
-                         });
+INSTANTIATE_TEST_SUITE_P(Cli, LastStep, ::testing::ValuesIn(kLastSteps), test::CaseName());
 
 }  // namespace
 }  // namespace qk::cli
