@@ -20,7 +20,6 @@
 #include <functional>
 #include <list>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -69,22 +68,9 @@ std::string Hostile(const char* name) {
     return ReadFile(TestData("golden/inputs") / name);
 }
 
-// The blob every case starts from at its -b path, compiled once.
-const std::string& GoodBlob() {
-    static const std::string bytes = [] {
-        ScratchDir dir;
-        const RunResult run =
-            RunQuillard(dir.path(), {"-s", Example("system.xml").string(), "-b", "good.blb"});
-        if (run.status != 0)
-            throw std::runtime_error("the example set does not compile");
-        return ReadFile(dir / "good.blb");
-    }();
-    return bytes;
-}
-
 // The good blob with its bytes changed by change(header, bytes).
 std::string Altered(const std::function<void(const BlobHeader&, std::string&)>& change) {
-    std::string bytes = GoodBlob();
+    std::string bytes = ExampleBlob();
     BlobHeader header{};
     std::memcpy(&header, bytes.data(), sizeof header);
     change(header, bytes);
@@ -107,8 +93,6 @@ enum class Needs {
     kProtectedLinks,  // root, with the kernel's protection of links in sticky directories
 };
 
-constexpr uid_t kNobody = 65534;
-
 struct BadInputCase {
     const char* name;
     // Writes the case's inputs into the scratch directory.
@@ -127,11 +111,6 @@ struct BadInputCase {
     // Anything else that must hold afterwards.
     std::function<void(const fs::path& dir, const RunResult& run)> check = {};
 };
-
-bool UnderValgrind() {
-    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
-    return valgrind != nullptr && *valgrind != '\0';
-}
 
 // Why the case cannot run here, or null.
 const char* Unmet(Needs needs) {
@@ -425,7 +404,7 @@ std::vector<BadInputCase> Cases() {
         {.name = "FileSizeLimitKeepsTheOldXml",
          .make =
              [](const fs::path& dir) {
-                 WriteFile(dir / "installed/system.blb", GoodBlob());
+                 WriteFile(dir / "installed/system.blb", ExampleBlob());
                  WriteFile(dir / "back.xml", "an older conversion");
              },
          .status = 255,
@@ -465,7 +444,7 @@ std::vector<BadInputCase> Cases() {
     };
     const OfflineCase offline[] = {
         {"Missing", [] { return std::string(); }, "cannot be read: No such file or directory"},
-        {"Unreadable", [] { return GoodBlob(); }, "cannot be read: Permission denied",
+        {"Unreadable", [] { return ExampleBlob(); }, "cannot be read: Permission denied",
          Needs::kUnprivileged},
         {"Truncated", [] { return Hostile("truncated.blb"); },
          "has a table that reaches past its end"},
@@ -576,7 +555,7 @@ TEST_P(BadInput, EndsWithItsStatusAndErrorLineAndKeepsTheBlobWhole) {
         GTEST_SKIP() << unmet;
     }
     ScratchDir dir;
-    WriteFile(dir / c.blob, GoodBlob());
+    WriteFile(dir / c.blob, ExampleBlob());
     c.make(dir.path());
     const std::string before = ReadFile(dir / c.blob);
     std::vector<std::string> args = c.args;
@@ -649,7 +628,7 @@ TEST_P(Interrupted, LeavesAWholeBlobAndNoTemporaryFile) {
     const int signal = GetParam();
     ScratchDir dir;
     WriteFile(dir / "in.xml", TextHeavySet());
-    const std::string old = GoodBlob();
+    const std::string old = ExampleBlob();
     WriteFile(dir / "out.blb", old);
     const std::vector<std::string> args = {"-s", "in.xml", "-b", "out.blb"};
     // A fixed time: a run that ends in the next minute builds the same blob.

@@ -34,7 +34,6 @@ ScratchDir::~ScratchDir() {
 
 namespace {
 
-constexpr uid_t kNobody = 65534;
 constexpr const char* kSetpriv = "/usr/bin/setpriv";
 
 // Waits until the run has ended or its time is up, then kills it (its status
@@ -233,6 +232,24 @@ RunResult RunQuillardWith(const std::filesystem::path& dir, const std::vector<st
     return Run(dir, args, env, false, {}, setup);
 }
 
+bool UnderValgrind() {
+    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
+    return valgrind != nullptr && *valgrind != '\0';
+}
+
+const std::string& ExampleBlob() {
+    static const std::string bytes = [] {
+        ScratchDir dir;
+        const RunResult run =
+            RunQuillard(dir.path(), {"-s", Example("system.xml").string(), "-b", "example.blb"});
+        if (run.status != 0) {
+            throw std::runtime_error("the example set does not compile");
+        }
+        return ReadFile(dir / "example.blb");
+    }();
+    return bytes;
+}
+
 std::string AddressSpaceLimitUnusable() {
 #if defined(__SANITIZE_ADDRESS__)
     return "the sanitizers reserve more address space than any limit leaves";
@@ -241,8 +258,7 @@ std::string AddressSpaceLimitUnusable() {
     return "the sanitizers reserve more address space than any limit leaves";
 #endif
 #endif
-    const char* valgrind = std::getenv("QUILLKIT_CLI_VALGRIND");
-    if (valgrind != nullptr && *valgrind != '\0') {
+    if (UnderValgrind()) {
         return "valgrind needs more address space than any limit leaves";
     }
     return {};

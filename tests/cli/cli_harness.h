@@ -2,6 +2,8 @@
 
 #include <sys/resource.h>
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -40,6 +42,16 @@ class ScratchDir {
   private:
     std::filesystem::path path_;
 };
+
+// The unprivileged user that runs the tool where permission bits must count.
+constexpr uid_t kNobody = 65534;
+
+// True when every run goes through valgrind (QUILLKIT_CLI_VALGRIND): runs take
+// seconds there, and tests take fewer of them.
+bool UnderValgrind();
+
+// The blob compiled from the example set, compiled once.
+const std::string& ExampleBlob();
 
 // With QUILLKIT_CLI_VALGRIND naming valgrind, every run goes through its
 // memcheck, and a run with memory errors ends with this status (and a test failure).

@@ -29,18 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-constexpr uid_t kNobody = 65534;
 constexpr const char kOld[] = "old content\n";
-
-// A blob compiled from the example set, for --from, --diff and -v.
-const std::string& ExampleBlob() {
-    static const std::string bytes = [] {
-        ScratchDir dir;
-        RunQuillard(dir.path(), {"-s", Example("system.xml").string(), "-b", "x.blb"});
-        return ReadFile(dir / "x.blb");
-    }();
-    return bytes;
-}
 
 // The example set and its blob in dir, as in.xml and good.blb.
 void WriteInputs(const fs::path& dir) {
