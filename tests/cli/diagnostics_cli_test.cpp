@@ -10,35 +10,25 @@
 #include <vector>
 
 #include "tests/cli/cli_harness.h"
+#include "tests/support/case_name.h"
+#include "tests/support/generated_sets.h"
 #include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
 
-// A correct system set; cases replace one of its lines (numbered from 1).
-const std::vector<std::string> kSet = {
-    R"(<?xml version="1.0" encoding="utf-8"?>)",
-    R"(<customisations Format="1" Content="Mistakes">)",
-    "\t<properties>",
-    "\t\t<area Name=\"Lumen3D\" Privacy=\"Defined\">",
-    "\t\t\t<property Type=\"Dword\">Smoothing</property>",
-    "\t\t\t<property Type=\"Boolean\">Shown</property>",
-    "\t\t\t<property Type=\"Binary\">Ramp</property>",
-    "\t\t\t<property Type=\"Qword\">Size</property>",
-    "\t\t</area>",
-    "\t</properties>",
-    "\t<profiles>",
-    "\t\t<profile Area=\"Lumen3D\" Usage=\"Quiet\">",
-    "\t\t\t<value Property=\"Smoothing\">1</value>",
-    "\t\t</profile>",
-    "\t</profiles>",
-    "\t<applications>",
-    "\t\t<application Title=\"Sketch\" File=\"sketch.exe\">",
-    "\t\t\t<use Area=\"Lumen3D\">Quiet</use>",
-    "\t\t</application>",
-    "\t</applications>",
-    "</customisations>",
-};
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// The lines of a correct system set (tests/data/diagnostics/set.xml); cases
+// replace one of them (numbered from 1).
+const std::vector<std::string> kSet = Lines(ReadFile(TestData("diagnostics/set.xml")));
 
 std::string SetWith(int line, const std::string& text, const char* lastLine = nullptr) {
     std::string out;
@@ -52,14 +42,6 @@ std::string SetWith(int line, const std::string& text, const char* lastLine = nu
         }
     }
     return out;
-}
-
-std::string ManyWords(int count) {
-    std::string words;
-    for (int i = 0; i < count; ++i) {
-        words += "w ";
-    }
-    return words;
 }
 
 enum class Kind { kSystem, kSystemUtf16, kDirectory, kUserAgainstBlob, kOptionsOnly };
@@ -131,8 +113,8 @@ const std::vector<Mistake>& Mistakes() {
         // A text of many words: the diagnostics on it stay a few lines of a
         // few hundred characters, however long the text.
         {"ProfileInUseOfManyWords", 18,
-         "\t\t\t<use Area=\"Lumen3D\">" + ManyWords(12000) + "</use>", "set.xml:18:45: error", "",
-         0},
+         "\t\t\t<use Area=\"Lumen3D\">" + test::Repeat("w ", 12000) + "</use>",
+         "set.xml:18:45: error", "", 0},
         {"ElementNameOf5000Letters", 13, "\t\t\t<" + std::string(5000, 'n') + "/>",
          "set.xml:13:25: error", "", 0},
         {"MisspeltLongOption", 0, "", "error: unknown option \"--stirct\"", "--strict", 255,
@@ -142,15 +124,6 @@ const std::vector<Mistake>& Mistakes() {
 }
 
 class Diagnostics : public ::testing::TestWithParam<Mistake> {};
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
 
 TEST_P(Diagnostics, NamesThePlaceTheSeverityAndTheHint) {
     const Mistake& m = GetParam();
@@ -224,8 +197,7 @@ TEST_P(Diagnostics, NamesThePlaceTheSeverityAndTheHint) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Mistakes, Diagnostics, ::testing::ValuesIn(Mistakes()),
-                         [](const auto& c) { return std::string(c.param.name); });
+INSTANTIATE_TEST_SUITE_P(Mistakes, Diagnostics, ::testing::ValuesIn(Mistakes()), test::CaseName());
 
 // What compiles cleanly says nothing at all.
 TEST(DiagnosticsClean, TheExamplesPrintNothingOnStandardError) {
