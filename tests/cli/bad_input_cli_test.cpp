@@ -30,7 +30,6 @@
 #include "tests/cli/cli_harness.h"
 #include "tests/support/case_name.h"
 #include "tests/support/generated_sets.h"
-#include "tests/support/utf16_bytes.h"
 
 namespace qk::cli {
 namespace {
@@ -149,14 +148,6 @@ std::vector<BadInputCase> Cases() {
     std::vector<BadInputCase> cases = {
         {"TruncatedXml", Writes("in.xml", good.substr(0, good.size() / 2)), 255,
          "Invalid XML detected: in.xml\n"},
-        {"CutJustBeforeTheLastBracket", Writes("in.xml", good.substr(0, good.rfind('>'))), 255,
-         "Invalid XML detected: in.xml\n"},
-        {"Utf16WithoutAByteOrderMark", Writes("in.xml", test::Utf16Bytes(good)), 255,
-         "Invalid XML detected: in.xml\n"},
-        {"InvalidUtf8InAnAttribute",
-         Writes("in.xml",
-                SystemSet({.profileAttributes = "Area=\"Orchid\" Usage=\"Qu\xC3\x28k\""})),
-         255, "Invalid XML detected: in.xml\n"},
         {"InvalidUtf8InText",
          Writes("in.xml", SystemSet({.values = "<value Property=\"Speed\">\xFF\xFE</value>"})), 255,
          "Invalid XML detected: in.xml\n"},
